@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages Ravelo needs to build, run and test.
+# Sourced by scripts/run and scripts/test; does nothing when all are present.
+set -euo pipefail
+
+RAVELO_PACKAGES=(
+    cmake ninja-build g++ pkg-config clang-format
+    qt6-base-dev qt6-base-private-dev qt6-declarative-dev qt6-declarative-private-dev
+    qt6-svg-dev libgl-dev
+    qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
+    qml6-module-qtquick-window qml6-module-qtquick-templates qml6-module-qtqml-workerscript
+    qml6-module-qttest qml6-module-qtquick-dialogs
+    libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev
+    libxkbcommon-dev libxkbcommon-x11-dev libxtst-dev
+    xvfb xauth xdotool xclip x11-utils openbox xcompmgr
+)
+
+ravelo_install_deps() {
+    local missing=()
+    local pkg
+    for pkg in "${RAVELO_PACKAGES[@]}" "$@"; do
+        if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+            missing+=("$pkg")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo=(sudo)
+    fi
+    echo "Installing: ${missing[*]}"
+    "${sudo[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}

@@ -1,0 +1,51 @@
+#include "app/Main.h"
+
+#include "app/Application.h"
+#include "app/RunCommand.h"
+#include "app/TriggerCommand.h"
+
+#include <QString>
+
+#include <cstdio>
+
+namespace ravelo {
+namespace {
+
+constexpr const char* usageText =
+    "Usage:\n"
+    "  ravelo                        start Ravelo in the tray (or open the preferences\n"
+    "                                of the instance that is already running)\n"
+    "  ravelo run N                  run prompt number N on the text read from standard\n"
+    "                                input and print the answer as it streams in\n"
+    "  ravelo run --custom TEXT      run TEXT as a one-off instruction the same way\n"
+    "  ravelo trigger                open the quick panel of the running instance, as a\n"
+    "                                double copy would (bind this to a desktop shortcut)\n"
+    "  ravelo --help                 show this help\n"
+    "\n"
+    "Exit status of run: 0 when the answer arrived, 1 when the request failed,\n"
+    "2 when no prompt has that number or no API key is set.\n";
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QString command = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    if (command == QLatin1String("--help") || command == QLatin1String("-h") ||
+        command == QLatin1String("help")) {
+        std::fputs(usageText, stdout);
+        return 0;
+    }
+    if (command == QLatin1String("run")) {
+        return runCommand(argc, argv);
+    }
+    if (command == QLatin1String("trigger")) {
+        return triggerCommand(argc, argv);
+    }
+    if (!command.isEmpty()) {
+        std::fprintf(stderr, "ravelo: unknown command '%s'\n\n%s", argv[1], usageText);
+        return 2;
+    }
+    return runApplication(argc, argv);
+}
+
+} // namespace ravelo

@@ -1,0 +1,8 @@
+foreach(name Main AppState PromptRun RunCommand Application AppDelegate SingleInstance
+             TriggerCommand)
+    foreach(ext cpp h)
+        if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${name}.${ext})
+            list(APPEND RAVELO_SOURCES app/${name}.${ext})
+        endif()
+    endforeach()
+endforeach()

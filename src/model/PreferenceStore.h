@@ -1,0 +1,102 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QSettings>
+#include <QString>
+#include <QtQml/qqmlregistration.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+
+enum class PreferenceType { String, Boolean, Integer, Data };
+
+/// One stored preference: its name in the file, its type and what a read gives when
+/// the key is absent or holds a value of another type.
+struct PreferenceKey {
+    const char* name;
+    PreferenceType type;
+    const char* absentText = nullptr; ///< String keys: the default, or none.
+    qint64 absentNumber = 0;          ///< Boolean and integer keys.
+};
+
+/// Every key Ravelo reads or writes. No other key exists and none is ever removed.
+namespace Preferences {
+inline constexpr PreferenceKey apiKey{"openai_api_key", PreferenceType::String};
+inline constexpr PreferenceKey model{"openai_model", PreferenceType::String, "gpt-4o-mini"};
+/// Optional base address of an OpenAI-compatible server; absent means OpenAI itself.
+inline constexpr PreferenceKey baseUrl{"openai_base_url", PreferenceType::String};
+inline constexpr PreferenceKey userPrompts{"userPrompts", PreferenceType::Data};
+inline constexpr PreferenceKey hasCompletedOnboarding{"has_completed_onboarding",
+                                                      PreferenceType::Boolean};
+inline constexpr PreferenceKey useDoubleCopy{"use_double_copy", PreferenceType::Boolean, nullptr,
+                                             1};
+inline constexpr PreferenceKey customHotkeyKeyCode{"custom_hotkey_keycode",
+                                                   PreferenceType::Integer};
+inline constexpr PreferenceKey customHotkeyModifiers{"custom_hotkey_modifiers",
+                                                     PreferenceType::Integer};
+inline constexpr PreferenceKey totalPromptsUsed{"total_prompts_used", PreferenceType::Integer};
+
+inline constexpr std::array all{apiKey,
+                                model,
+                                baseUrl,
+                                userPrompts,
+                                hasCompletedOnboarding,
+                                useDoubleCopy,
+                                customHotkeyKeyCode,
+                                customHotkeyModifiers,
+                                totalPromptsUsed};
+
+/// The entry of the table with that stored name, or none.
+const PreferenceKey* find(QStringView name);
+} // namespace Preferences
+
+/// The user's preferences, kept in ~/.config/Ravelo/Ravelo.conf. Reads are typed and
+/// fall back to the key's absent value; every write is flushed to disk at once and
+/// followed by `changed()`. The file is readable by its owner alone: it holds the API key.
+class PreferenceStore : public QObject {
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("The application owns the one preference store.")
+
+public:
+    explicit PreferenceStore(QObject* parent = nullptr);
+    /// A store over a file of its own (tests, tools).
+    explicit PreferenceStore(const QString& filePath, QObject* parent = nullptr);
+
+    QString filePath() const;
+
+    bool contains(const PreferenceKey& key) const;
+    /// The stored text; the key's default text, or none, when absent.
+    std::optional<QString> string(const PreferenceKey& key) const;
+    bool boolean(const PreferenceKey& key) const;
+    qint64 integer(const PreferenceKey& key) const;
+    std::optional<QByteArray> data(const PreferenceKey& key) const;
+
+    void setString(const PreferenceKey& key, const QString& value);
+    void setBoolean(const PreferenceKey& key, bool value);
+    void setInteger(const PreferenceKey& key, qint64 value);
+    void setData(const PreferenceKey& key, const QByteArray& value);
+
+    /// Double copy is on unless a boolean false is stored.
+    bool readUseDoubleCopy() const;
+    void incrementPromptsUsed();
+
+    /// For QML: the value of a key by its stored name, typed as the table says; an
+    /// unknown name gives undefined. Writes check the name and type the same way.
+    Q_INVOKABLE QVariant value(const QString& name) const;
+    Q_INVOKABLE void setValue(const QString& name, const QVariant& value);
+
+signals:
+    /// Emitted after every write, of any key.
+    void changed();
+
+private:
+    QVariant raw(const PreferenceKey& key) const;
+    void write(const PreferenceKey& key, const QVariant& value);
+    void restrictPermissions();
+    void setAsideUnreadableFile();
+
+    std::unique_ptr<QSettings> m_settings;
+};

@@ -1,0 +1,263 @@
+#include "model/PreferenceStore.h"
+#include "model/PromptStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+
+class TestPreferenceStore : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void freshStoreReadsAbsentValues();
+    void readsTextWrittenByAnotherProcess_data();
+    void readsTextWrittenByAnotherProcess();
+    void writesAreVisibleToANewReader();
+    void everyWriteNotifies();
+    void fileIsOwnerOnly();
+    void promptListFallsBackWithoutRepairing_data();
+    void promptListFallsBackWithoutRepairing();
+    void promptListIsSortedStably();
+    void incrementsUsageCounter();
+    void qmlAccessChecksNames();
+    void corruptFileKeepsWorking();
+
+private:
+    QString writeFile(const QByteArray& contents);
+    QString m_path;
+    QTemporaryDir m_dir;
+    int m_files = 0;
+};
+
+void TestPreferenceStore::init()
+{
+    QVERIFY(m_dir.isValid());
+    m_path = m_dir.filePath(QStringLiteral("case%1/Ravelo.conf").arg(++m_files));
+}
+
+// Each case gets a file no store of this process has seen, so reads parse its text
+// exactly as a new process would.
+QString TestPreferenceStore::writeFile(const QByteArray& contents)
+{
+    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    QFile file(m_path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        return {};
+    }
+    file.write(contents);
+    return m_path;
+}
+
+void TestPreferenceStore::freshStoreReadsAbsentValues()
+{
+    PreferenceStore store(m_path);
+    QCOMPARE(store.string(Preferences::apiKey), std::nullopt);
+    QCOMPARE(store.string(Preferences::model), QStringLiteral("gpt-4o-mini"));
+    QCOMPARE(store.string(Preferences::baseUrl), std::nullopt);
+    QCOMPARE(store.data(Preferences::userPrompts), std::nullopt);
+    QVERIFY(!store.boolean(Preferences::hasCompletedOnboarding));
+    QVERIFY(store.readUseDoubleCopy());
+    QCOMPARE(store.integer(Preferences::customHotkeyKeyCode), 0);
+    QCOMPARE(store.integer(Preferences::customHotkeyModifiers), 0);
+    QCOMPARE(store.integer(Preferences::totalPromptsUsed), 0);
+    QCOMPARE(PromptStore::load(store), Prompt::defaults());
+    QVERIFY(!QFile::exists(m_path));
+}
+
+void TestPreferenceStore::readsTextWrittenByAnotherProcess_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QVariant>("expected");
+
+    QTest::newRow("double copy off")
+        << QByteArray("use_double_copy=false") << "use_double_copy" << QVariant(false);
+    QTest::newRow("double copy on")
+        << QByteArray("use_double_copy=true") << "use_double_copy" << QVariant(true);
+    QTest::newRow("double copy not a boolean")
+        << QByteArray("use_double_copy=no") << "use_double_copy" << QVariant(true);
+    QTest::newRow("double copy as number")
+        << QByteArray("use_double_copy=0") << "use_double_copy" << QVariant(true);
+    QTest::newRow("onboarding done") << QByteArray("has_completed_onboarding=true")
+                                     << "has_completed_onboarding" << QVariant(true);
+    QTest::newRow("onboarding garbage") << QByteArray("has_completed_onboarding=maybe")
+                                        << "has_completed_onboarding" << QVariant(false);
+    QTest::newRow("key code") << QByteArray("custom_hotkey_keycode=49") << "custom_hotkey_keycode"
+                              << QVariant(qint64(49));
+    QTest::newRow("key code not a number") << QByteArray("custom_hotkey_keycode=space")
+                                           << "custom_hotkey_keycode" << QVariant(qint64(0));
+    QTest::newRow("negative modifiers") << QByteArray("custom_hotkey_modifiers=-256")
+                                        << "custom_hotkey_modifiers" << QVariant(qint64(-256));
+    QTest::newRow("counter beyond double precision")
+        << QByteArray("total_prompts_used=9007199254740993") << "total_prompts_used"
+        << QVariant(qint64(9007199254740993));
+    QTest::newRow("key with blanks kept")
+        << QByteArray("openai_api_key=\"  sk-1 \"") << "openai_api_key"
+        << QVariant(QStringLiteral("  sk-1 "));
+    QTest::newRow("model") << QByteArray("openai_model=gpt-4.1") << "openai_model"
+                           << QVariant(QStringLiteral("gpt-4.1"));
+    QTest::newRow("model that looks like a number")
+        << QByteArray("openai_model=4") << "openai_model" << QVariant(QStringLiteral("4"));
+    QTest::newRow("unknown key") << QByteArray("colour=red") << "colour" << QVariant();
+}
+
+void TestPreferenceStore::readsTextWrittenByAnotherProcess()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QString, key);
+    QFETCH(QVariant, expected);
+    const PreferenceStore store(writeFile("[General]\n" + line + "\n"));
+    QCOMPARE(store.value(key), expected);
+}
+
+void TestPreferenceStore::writesAreVisibleToANewReader()
+{
+    const QByteArray prompts = Prompt::encodeList(Prompt::defaults());
+    {
+        PreferenceStore writer(m_path);
+        writer.setString(Preferences::apiKey, QStringLiteral(" sk-abc "));
+        writer.setString(Preferences::model, QStringLiteral("gpt-4o"));
+        writer.setBoolean(Preferences::useDoubleCopy, false);
+        writer.setInteger(Preferences::customHotkeyKeyCode, 4294967295LL);
+        writer.setData(Preferences::userPrompts, prompts);
+    }
+    // Read back the text as another process would.
+    QFile file(m_path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray text = file.readAll();
+    file.close();
+    QFile::remove(m_path);
+    PreferenceStore reader(writeFile(text));
+    QCOMPARE(reader.string(Preferences::apiKey), QStringLiteral(" sk-abc "));
+    QCOMPARE(reader.string(Preferences::model), QStringLiteral("gpt-4o"));
+    QVERIFY(!reader.readUseDoubleCopy());
+    QCOMPARE(reader.integer(Preferences::customHotkeyKeyCode), 4294967295LL);
+    QCOMPARE(reader.data(Preferences::userPrompts), prompts);
+    QCOMPARE(PromptStore::load(reader), Prompt::defaults());
+}
+
+void TestPreferenceStore::everyWriteNotifies()
+{
+    PreferenceStore store(m_path);
+    QSignalSpy changed(&store, &PreferenceStore::changed);
+    store.setString(Preferences::apiKey, QStringLiteral("k"));
+    store.setString(Preferences::apiKey, QStringLiteral("k"));
+    store.setBoolean(Preferences::useDoubleCopy, true);
+    store.incrementPromptsUsed();
+    PromptStore::save(store, Prompt::defaults());
+    QCOMPARE(changed.count(), 5);
+}
+
+void TestPreferenceStore::fileIsOwnerOnly()
+{
+    const auto mode = [this] {
+        struct stat info {};
+        return ::stat(QFile::encodeName(m_path).constData(), &info) == 0 ? (info.st_mode & 0777)
+                                                                         : 0u;
+    };
+    {
+        PreferenceStore store(m_path);
+        store.setString(Preferences::apiKey, QStringLiteral("sk-secret"));
+        QCOMPARE(mode(), 0600u);
+        store.setString(Preferences::apiKey, QStringLiteral("sk-secret-2"));
+        QCOMPARE(mode(), 0600u);
+    }
+    QVERIFY(QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                              QFile::ReadOther));
+    PreferenceStore store(m_path);
+    store.setBoolean(Preferences::useDoubleCopy, false);
+    QCOMPARE(mode(), 0600u);
+    // Nothing of the atomic replacement is left behind.
+    QCOMPARE(QDir(QFileInfo(m_path).absolutePath()).entryList(QDir::Files),
+             QStringList{QStringLiteral("Ravelo.conf")});
+}
+
+void TestPreferenceStore::promptListFallsBackWithoutRepairing_data()
+{
+    QTest::addColumn<QByteArray>("stored");
+    QTest::newRow("empty list") << QByteArray("[]");
+    QTest::newRow("not JSON") << QByteArray("Translate: to German");
+    QTest::newRow("wrong shape") << QByteArray("{\"prompts\":[]}");
+    QTest::newRow("binary") << QByteArray("\x00\xff\xfe", 3);
+}
+
+void TestPreferenceStore::promptListFallsBackWithoutRepairing()
+{
+    QFETCH(QByteArray, stored);
+    {
+        PreferenceStore store(m_path);
+        store.setData(Preferences::userPrompts, stored);
+    }
+    PreferenceStore store(m_path);
+    QCOMPARE(PromptStore::load(store), Prompt::defaults());
+    QCOMPARE(store.data(Preferences::userPrompts), stored);
+}
+
+void TestPreferenceStore::promptListIsSortedStably()
+{
+    const Prompt three = Prompt::create(3, QStringLiteral("three"), QStringLiteral("c"));
+    const Prompt one = Prompt::create(1, QStringLiteral("one"), QStringLiteral("a"));
+    const Prompt twoFirst =
+        Prompt::create(2, QStringLiteral("two, stored first"), QStringLiteral("b"));
+    const Prompt twoSecond =
+        Prompt::create(2, QStringLiteral("two, stored second"), QStringLiteral("b"));
+    PreferenceStore store(m_path);
+    PromptStore::save(store, {three, twoFirst, one, twoSecond});
+    const QList<Prompt> expected{one, twoFirst, twoSecond, three};
+    QCOMPARE(PromptStore::load(store), expected);
+}
+
+void TestPreferenceStore::incrementsUsageCounter()
+{
+    PreferenceStore store(m_path);
+    store.incrementPromptsUsed();
+    store.incrementPromptsUsed();
+    QCOMPARE(store.integer(Preferences::totalPromptsUsed), 2);
+    store.setInteger(Preferences::totalPromptsUsed, std::numeric_limits<qint64>::max());
+    store.incrementPromptsUsed();
+    QCOMPARE(store.integer(Preferences::totalPromptsUsed), std::numeric_limits<qint64>::max());
+}
+
+void TestPreferenceStore::qmlAccessChecksNames()
+{
+    PreferenceStore store(m_path);
+    QSignalSpy changed(&store, &PreferenceStore::changed);
+    store.setValue(QStringLiteral("openai_model"), QStringLiteral("gpt-4.1-nano"));
+    store.setValue(QStringLiteral("custom_hotkey_keycode"), 49);
+    store.setValue(QStringLiteral("not_a_preference"), 1);
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(store.value(QStringLiteral("openai_model")), QVariant(QStringLiteral("gpt-4.1-nano")));
+    QCOMPARE(store.integer(Preferences::customHotkeyKeyCode), 49);
+    QVERIFY(!store.value(QStringLiteral("not_a_preference")).isValid());
+    QVERIFY(!store.value(QStringLiteral("openai_api_key")).isValid());
+}
+
+void TestPreferenceStore::corruptFileKeepsWorking()
+{
+    // Readable lines survive; the damaged file is kept beside the new one.
+    QByteArray damaged("[General]\nopenai_model=gpt-4.1\n[Gen");
+    for (int i = 0; i < 512; ++i) {
+        damaged.append(char((i * 7919) % 251));
+    }
+    PreferenceStore store(writeFile(damaged));
+    QVERIFY(store.readUseDoubleCopy());
+    QCOMPARE(PromptStore::load(store), Prompt::defaults());
+    store.setString(Preferences::apiKey, QStringLiteral("sk-after-corruption"));
+
+    QFile saved(m_path);
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    const QByteArray text = saved.readAll();
+    QVERIFY2(text.contains("openai_api_key=sk-after-corruption"), text.constData());
+    QVERIFY(text.contains("openai_model=gpt-4.1"));
+    QFile aside(m_path + QStringLiteral(".unreadable"));
+    QVERIFY(aside.open(QIODevice::ReadOnly));
+    QCOMPARE(aside.readAll(), damaged);
+}
+
+QTEST_GUILESS_MAIN(TestPreferenceStore)
+#include "tst_preferencestore.moc"
