@@ -1,0 +1,115 @@
+#include "app/RunCommand.h"
+
+#include "app/PromptRun.h"
+#include "completion/CompletionStream.h"
+#include "model/PreferenceStore.h"
+#include "model/PromptStore.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QNetworkAccessManager>
+
+#include <cstdio>
+#include <unistd.h>
+#include <variant>
+
+namespace ravelo {
+namespace {
+
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
+
+void printError(const QString& text)
+{
+    const QByteArray bytes = (text + QLatin1Char('\n')).toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+}
+
+/// The system prompt the arguments ask for, or an exit status when they ask for none.
+std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
+                                              const PreferenceStore& preferences)
+{
+    if (args.size() == 2 && args.at(0) == QLatin1String("--custom")) {
+        const QString instruction = args.at(1).trimmed();
+        if (instruction.isEmpty()) {
+            printError(QStringLiteral("ravelo run: the custom instruction is empty"));
+            return exitUsage;
+        }
+        return instruction;
+    }
+    bool isNumber = false;
+    const qint64 number = args.size() == 1 ? args.at(0).toLongLong(&isNumber) : 0;
+    if (!isNumber) {
+        printError(QStringLiteral("usage: ravelo run N | ravelo run --custom TEXT"));
+        return exitUsage;
+    }
+    const QList<Prompt> prompts = PromptStore::load(preferences);
+    for (const Prompt& prompt : prompts) {
+        if (prompt.number == number) {
+            return prompt.systemPrompt;
+        }
+    }
+    printError(QStringLiteral("ravelo run: no prompt is numbered ") + QString::number(number));
+    return exitUsage;
+}
+
+} // namespace
+
+int runCommand(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Ravelo"));
+    QCoreApplication::setApplicationName(QStringLiteral("Ravelo"));
+
+    PreferenceStore preferences;
+    const QStringList args = QCoreApplication::arguments().mid(2);
+    const auto choice = chooseSystemPrompt(args, preferences);
+    if (const int* status = std::get_if<int>(&choice)) {
+        return *status;
+    }
+    if (!hasApiKey(preferences)) {
+        printError(missingApiKeyWarning());
+        return exitUsage;
+    }
+
+    QFile input;
+    if (!input.open(stdin, QIODevice::ReadOnly)) {
+        printError(QStringLiteral("ravelo run: standard input cannot be read"));
+        return exitFailed;
+    }
+    const QString userText = QString::fromUtf8(input.readAll());
+
+    QNetworkAccessManager network;
+    CompletionStream* stream =
+        startCompletion(preferences, &network, std::get<QString>(choice), userText);
+    bool endsWithNewline = true;
+    QObject::connect(stream, &CompletionStream::fragmentReceived, &app,
+                     [&endsWithNewline](const QString& fragment) {
+                         if (fragment.isEmpty()) {
+                             return;
+                         }
+                         const QByteArray bytes = fragment.toUtf8();
+                         std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()),
+                                     stdout);
+                         std::fflush(stdout);
+                         endsWithNewline = fragment.endsWith(QLatin1Char('\n'));
+                     });
+    QObject::connect(stream, &CompletionStream::finished, &app, [&endsWithNewline] {
+        if (!endsWithNewline && isatty(STDOUT_FILENO)) {
+            std::fputc('\n', stdout);
+        }
+        QCoreApplication::exit(0);
+    });
+    QObject::connect(stream, &CompletionStream::failed, &app,
+                     [&endsWithNewline](const CompletionError& error) {
+                         if (!endsWithNewline && isatty(STDOUT_FILENO)) {
+                             std::fputc('\n', stdout);
+                         }
+                         std::fflush(stdout);
+                         printError(QStringLiteral("Error: ") + error.description());
+                         QCoreApplication::exit(exitFailed);
+                     });
+    return QCoreApplication::exec();
+}
+
+} // namespace ravelo

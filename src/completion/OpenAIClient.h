@@ -1,0 +1,48 @@
+#pragma once
+
+#include "completion/CompletionStream.h"
+#include "completion/OpenAIError.h"
+
+#include <QByteArray>
+#include <QNetworkReply>
+#include <QString>
+#include <QUrl>
+
+#include <chrono>
+
+class QNetworkAccessManager;
+
+/// Streams chat completions from the OpenAI API or an OpenAI-compatible server. The client
+/// holds no state between calls: every call builds its address, request and body anew.
+class OpenAIClient {
+public:
+    static constexpr std::chrono::milliseconds defaultTransferTimeout{60'000};
+
+    /// `baseUrl` replaces "https://api.openai.com/v1" when not blank; the request goes to
+    /// the base followed by "/chat/completions".
+    explicit OpenAIClient(QNetworkAccessManager* network, const QString& baseUrl = {});
+
+    /// How long the transfer may go without receiving anything before it fails.
+    void setTransferTimeout(std::chrono::milliseconds timeout) { m_transferTimeout = timeout; }
+
+    /// Sends the request at once and returns its answer. Never fails here: every failure,
+    /// an empty key included, ends the returned stream. The stream is a child of the
+    /// network access manager.
+    CompletionStream* streamCompletion(const QString& apiKey, const QString& model,
+                                       const QString& systemPrompt, const QString& userText) const;
+
+    /// The chat-completions address for a base address; an invalid QUrl when the base does
+    /// not parse or is neither http nor https.
+    static QUrl endpoint(const QString& baseUrl);
+    /// The compact JSON body: "model", "stream": true and the system and user messages.
+    static QByteArray requestBody(const QString& model, const QString& systemPrompt,
+                                  const QString& userText);
+    /// A readable account of a failed transfer to `url`.
+    static TransportError transportError(QNetworkReply::NetworkError code, const QUrl& url,
+                                         const QString& detail);
+
+private:
+    QNetworkAccessManager* m_network;
+    QString m_baseUrl;
+    std::chrono::milliseconds m_transferTimeout = defaultTransferTimeout;
+};

@@ -1,0 +1,61 @@
+#include "completion/OpenAIError.h"
+
+OpenAIError OpenAIError::httpError(qint64 statusCode, const QString& text)
+{
+    return {Kind::HttpError, statusCode, text};
+}
+
+OpenAIError OpenAIError::decodingError(const QString& text)
+{
+    return {Kind::DecodingError, 0, text};
+}
+
+OpenAIError OpenAIError::noAPIKey()
+{
+    return {Kind::NoAPIKey, 0, {}};
+}
+
+OpenAIError OpenAIError::invalidURL()
+{
+    return {Kind::InvalidURL, 0, {}};
+}
+
+QString OpenAIError::errorDescription() const
+{
+    switch (m_kind) {
+    case Kind::HttpError:
+        return QLatin1String("HTTP ") + QString::number(m_statusCode) + QLatin1String(": ") +
+               m_text;
+    case Kind::DecodingError:
+        return QLatin1String("Decoding error: ") + m_text;
+    case Kind::NoAPIKey:
+        return QStringLiteral("No OpenAI API key configured. Open Preferences to set one.");
+    case Kind::InvalidURL:
+        return QStringLiteral("Invalid API URL.");
+    }
+    return {};
+}
+
+QString CompletionError::description() const
+{
+    if (const auto* error = std::get_if<OpenAIError>(&m_error)) {
+        return error->errorDescription();
+    }
+    return std::get<TransportError>(m_error).description;
+}
+
+std::optional<OpenAIError> CompletionError::openAIError() const
+{
+    if (const auto* error = std::get_if<OpenAIError>(&m_error)) {
+        return *error;
+    }
+    return std::nullopt;
+}
+
+std::optional<TransportError> CompletionError::transportError() const
+{
+    if (const auto* error = std::get_if<TransportError>(&m_error)) {
+        return *error;
+    }
+    return std::nullopt;
+}

@@ -1,0 +1,448 @@
+#include "ChatServer.h"
+#include "completion/OpenAIClient.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QString fixturePath(const QString& name)
+{
+    return qEnvironmentVariable("RAVELO_FIXTURES_DIR") + QStringLiteral("/sse/") + name;
+}
+
+QByteArray readFixture(const QString& name)
+{
+    QFile file(fixturePath(name));
+    if (!file.open(QIODevice::ReadOnly)) {
+        qFatal("missing fixture %s", qPrintable(name));
+    }
+    return file.readAll();
+}
+
+/// Everything one stream delivered, gathered until it has deleted itself.
+struct Outcome {
+    QStringList fragments;
+    int finished = 0;
+    QList<CompletionError> errors;
+    QPointer<CompletionStream> stream;
+
+    explicit Outcome(CompletionStream* s)
+        : stream(s)
+    {
+        QObject::connect(s, &CompletionStream::fragmentReceived, s,
+                         [this](const QString& fragment) { fragments.append(fragment); });
+        QObject::connect(s, &CompletionStream::finished, s, [this] { ++finished; });
+        QObject::connect(s, &CompletionStream::failed, s,
+                         [this](const CompletionError& error) { errors.append(error); });
+    }
+
+    int endings() const { return finished + static_cast<int>(errors.size()); }
+    /// True once the transfer is over and the stream is gone: nothing can arrive after.
+    bool waitUntilGone(int timeoutMs = 10000)
+    {
+        return QTest::qWaitFor([this] { return stream.isNull(); }, timeoutMs);
+    }
+};
+
+} // namespace
+
+class TestOpenAIClient : public QObject {
+    Q_OBJECT
+
+private:
+    QNetworkAccessManager m_network;
+
+    CompletionStream* start(const ChatServer& server,
+                            const QString& apiKey = QStringLiteral("sk-test"),
+                            const QString& systemPrompt = QStringLiteral("Be brief."),
+                            const QString& userText = QStringLiteral("Hallo Welt"))
+    {
+        return OpenAIClient(&m_network, server.baseUrl())
+            .streamCompletion(apiKey, QStringLiteral("gpt-4o-mini"), systemPrompt, userText);
+    }
+
+private slots:
+    void endpoint_data()
+    {
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("OpenAI when blank")
+            << QString() << QStringLiteral("https://api.openai.com/v1/chat/completions");
+        QTest::newRow("OpenAI when only blanks")
+            << QStringLiteral("   ")
+            << QStringLiteral("https://api.openai.com/v1/chat/completions");
+        QTest::newRow("local server")
+            << QStringLiteral("http://127.0.0.1:11434/v1")
+            << QStringLiteral("http://127.0.0.1:11434/v1/chat/completions");
+        QTest::newRow("trailing slash")
+            << QStringLiteral("https://example.com/api/v1/")
+            << QStringLiteral("https://example.com/api/v1/chat/completions");
+        QTest::newRow("surrounding blanks")
+            << QStringLiteral(" http://localhost:8080 ")
+            << QStringLiteral("http://localhost:8080/chat/completions");
+        QTest::newRow("ftp") << QStringLiteral("ftp://example.com/v1") << QString();
+        QTest::newRow("no scheme") << QStringLiteral("example.com/v1") << QString();
+        QTest::newRow("no host") << QStringLiteral("http:///v1") << QString();
+        QTest::newRow("garbage") << QStringLiteral("http://exa mple.com") << QString();
+    }
+
+    void endpoint()
+    {
+        QFETCH(QString, base);
+        QFETCH(QString, expected);
+        const QUrl url = OpenAIClient::endpoint(base);
+        QCOMPARE(url.isValid(), !expected.isEmpty());
+        if (url.isValid()) {
+            QCOMPARE(url.toString(), expected);
+        }
+    }
+
+    void sendsTheRequest_data()
+    {
+        QTest::addColumn<QString>("apiKey");
+        QTest::addColumn<QString>("systemPrompt");
+        QTest::addColumn<QString>("userText");
+        QTest::newRow("plain") << QStringLiteral("sk-test") << QStringLiteral("Translate.")
+                               << QStringLiteral("Hallo Welt");
+        QTest::newRow("key of blanks is sent as it is")
+            << QStringLiteral("   ") << QStringLiteral("x") << QStringLiteral("y");
+        QTest::newRow("empty texts") << QStringLiteral("k") << QString() << QString();
+        QTest::newRow("quotes, backslashes, breaks, non-ASCII")
+            << QStringLiteral("k") << QStringLiteral("Say \"hi\" \\ now\n\ttab")
+            << QStringLiteral("Grüße 😀 \u2028 </script>\r\n");
+    }
+
+    void sendsTheRequest()
+    {
+        QFETCH(QString, apiKey);
+        QFETCH(QString, systemPrompt);
+        QFETCH(QString, userText);
+        ChatServer server;
+        server.enqueue(ChatResponse::events({"[DONE]"}));
+        Outcome outcome(start(server, apiKey, systemPrompt, userText));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.finished, 1);
+
+        QCOMPARE(server.requests().size(), 1);
+        const RecordedRequest& request = server.requests().first();
+        QCOMPARE(request.method, QByteArray("POST"));
+        QCOMPARE(request.path, QByteArray("/v1/chat/completions"));
+        QCOMPARE(request.header("Authorization"), "Bearer " + apiKey.toUtf8());
+        QCOMPARE(request.header("Content-Type"), QByteArray("application/json"));
+        QVERIFY(!request.hasHeader("Accept"));
+
+        QVERIFY2(!request.body.contains('\n') && !request.body.contains(": "), request.body);
+        QJsonParseError error;
+        const QJsonObject body = QJsonDocument::fromJson(request.body, &error).object();
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        QCOMPARE(body.keys(), (QStringList{QStringLiteral("messages"), QStringLiteral("model"),
+                                           QStringLiteral("stream")}));
+        QCOMPARE(body.value(QLatin1String("model")).toString(), QStringLiteral("gpt-4o-mini"));
+        QCOMPARE(body.value(QLatin1String("stream")), QJsonValue(true));
+        const QJsonArray messages = body.value(QLatin1String("messages")).toArray();
+        QCOMPARE(messages.size(), 2);
+        const QJsonObject system{{QLatin1String("role"), QLatin1String("system")},
+                                 {QLatin1String("content"), systemPrompt}};
+        const QJsonObject user{{QLatin1String("role"), QLatin1String("user")},
+                               {QLatin1String("content"), userText}};
+        QCOMPARE(messages.at(0).toObject(), system);
+        QCOMPARE(messages.at(1).toObject(), user);
+    }
+
+    void emptyKeySendsNothing()
+    {
+        ChatServer server;
+        Outcome outcome(start(server, QString()));
+        QCOMPARE(outcome.endings(), 0); // never synchronously
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 1);
+        QCOMPARE(outcome.errors.first().openAIError(), OpenAIError::noAPIKey());
+        QCOMPARE(outcome.finished, 0);
+        QVERIFY(server.requests().isEmpty());
+    }
+
+    void invalidEndpointSendsNothing()
+    {
+        Outcome outcome(OpenAIClient(&m_network, QStringLiteral("file:///etc/passwd"))
+                            .streamCompletion(QStringLiteral("sk"), QStringLiteral("m"),
+                                              QStringLiteral("s"), QStringLiteral("u")));
+        QCOMPARE(outcome.endings(), 0);
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 1);
+        QCOMPARE(outcome.errors.first().description(), QStringLiteral("Invalid API URL."));
+    }
+
+    void replaysRecordedStreams_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("pieceSize");
+        const QStringList streams =
+            QDir(fixturePath(QString())).entryList({QStringLiteral("*.sse")}, QDir::Files);
+        QVERIFY(streams.size() >= 20);
+        for (const QString& name : streams) {
+            for (int pieceSize : {0, 7}) {
+                QTest::addRow("%s/%d", qPrintable(name), pieceSize) << name << pieceSize;
+            }
+        }
+    }
+
+    void replaysRecordedStreams()
+    {
+        QFETCH(QString, name);
+        QFETCH(int, pieceSize);
+        const QByteArray body = readFixture(name);
+        QStringList expected;
+        const QByteArray jsonl = readFixture(name.chopped(4) + QStringLiteral(".fragments.jsonl"));
+        for (const QByteArray& line : jsonl.split('\n')) {
+            if (!line.isEmpty()) {
+                expected.append(QJsonDocument::fromJson("[" + line + "]").array().at(0).toString());
+            }
+        }
+
+        ChatServer server;
+        ChatResponse response = pieceSize == 0 ? ChatResponse::split(body, body.size())
+                                               : ChatResponse::split(body, pieceSize);
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 0);
+        QCOMPARE(outcome.finished, 1);
+        QCOMPARE(outcome.fragments, expected);
+    }
+
+    void readsARawChunkedCapture()
+    {
+        ChatServer server;
+        ChatResponse response;
+        response.raw = readFixture(QStringLiteral("llamacpp-stream-basic.raw-wire.http"));
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.finished, 1);
+        // The five tokens recorded in that capture, read off its chunks.
+        QCOMPARE(outcome.fragments,
+                 (QStringList{QStringLiteral("ECK"), QStringLiteral("mind"), QStringLiteral("req"),
+                              QStringLiteral(" ases"), QStringLiteral("bar")}));
+    }
+
+    void httpErrors_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("message");
+
+        const QByteArray llama = readFixture(QStringLiteral("llamacpp-error-401-no-key.json"));
+        QTest::newRow("401 llama.cpp")
+            << 401 << llama << QStringLiteral("HTTP 401: ") + QString::fromUtf8(llama);
+        const QByteArray openai = readFixture(
+            QStringLiteral("openai-error-400-context-length-exceeded-2023.issue-quoted.json"));
+        QVERIFY(openai.count('\n') > 2);
+        QString joined = QString::fromUtf8(openai);
+        joined.remove(QLatin1Char('\n')).remove(QLatin1Char('\r'));
+        QTest::newRow("400 OpenAI, lines joined")
+            << 400 << openai << QStringLiteral("HTTP 400: ") + joined;
+        QTest::newRow("CRLF and CR joined")
+            << 500 << QByteArray("a\r\nb\rc\n") << QStringLiteral("HTTP 500: abc");
+        QTest::newRow("empty body") << 503 << QByteArray() << QStringLiteral("HTTP 503: ");
+        QTest::newRow("201 is an error")
+            << 201 << QByteArray("data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}\n")
+            << QStringLiteral("HTTP 201: data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}");
+        QTest::newRow("204 is an error") << 204 << QByteArray() << QStringLiteral("HTTP 204: ");
+        QTest::newRow("UTF-8 body") << 404 << QByteArray("mod\xc3\xa8le inconnu")
+                                    << QStringLiteral("HTTP 404: modèle inconnu");
+    }
+
+    void httpErrors()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QString, message);
+        ChatServer server;
+        server.enqueue(ChatResponse::error(status, body));
+        Outcome outcome(start(server));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.finished, 0);
+        QCOMPARE(outcome.errors.size(), 1);
+        QVERIFY(outcome.fragments.isEmpty());
+        const auto error = outcome.errors.first().openAIError();
+        QVERIFY(error.has_value());
+        QCOMPARE(error->statusCode(), status);
+        QCOMPARE(outcome.errors.first().description(), message);
+    }
+
+    void endMarkerEndsBeforeTheBodyDoes()
+    {
+        ChatServer server;
+        ChatResponse response =
+            ChatResponse::events({R"({"choices":[{"delta":{"content":"a"}}]})", "[DONE]",
+                                  R"({"choices":[{"delta":{"content":"never"}}]})"});
+        response.ending = ChatResponse::Ending::Stall;
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QTRY_COMPARE(outcome.finished, 1);
+        QCOMPARE(outcome.fragments, QStringList{QStringLiteral("a")});
+        QVERIFY(outcome.stream); // the connection is still open
+        QCOMPARE(outcome.errors.size(), 0);
+    }
+
+    void bodyEndWithoutMarkerEndsNormally_data()
+    {
+        QTest::addColumn<int>("framing");
+        QTest::newRow("chunked") << int(ChatResponse::Framing::Chunked);
+        QTest::newRow("content length") << int(ChatResponse::Framing::ContentLength);
+        QTest::newRow("closed by the server") << int(ChatResponse::Framing::CloseDelimited);
+    }
+
+    void bodyEndWithoutMarkerEndsNormally()
+    {
+        QFETCH(int, framing);
+        ChatServer server;
+        ChatResponse response = ChatResponse::events({R"({"choices":[{"delta":{"content":"a"}}]})",
+                                                      R"({"choices":[{"delta":{"content":"b"}}]})"},
+                                                     "\r\n");
+        response.framing = ChatResponse::Framing(framing);
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"c\"}}]}"); // no terminator
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 0);
+        QCOMPARE(outcome.finished, 1);
+        QCOMPARE(outcome.fragments,
+                 (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+    }
+
+    void fragmentsArriveAsTheyAreSent()
+    {
+        ChatServer server;
+        ChatResponse response;
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"first\"}}]}\n\n");
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"second\"}}]}\n\n", 300);
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QTRY_COMPARE(outcome.fragments.size(), 1);
+        QCOMPARE(server.completedResponses(), 0);
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.fragments.size(), 2);
+    }
+
+    void stoppedListenerHearsNothingButTheTransferCompletes()
+    {
+        ChatServer server;
+        ChatResponse response;
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"first\"}}]}\n\n");
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"second\"}}]}\n\n", 200);
+        response.piece("data: [DONE]\n\n");
+        server.enqueue(response);
+        CompletionStream* stream = start(server);
+        Outcome outcome(stream);
+        QObject::connect(stream, &CompletionStream::fragmentReceived, stream,
+                         [stream] { stream->stopListening(); });
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.fragments, QStringList{QStringLiteral("first")});
+        QCOMPARE(outcome.endings(), 0);
+        QCOMPARE(server.completedResponses(), 1);
+    }
+
+    void connectionRefused()
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        const quint16 port = probe.serverPort();
+        probe.close();
+        Outcome outcome(OpenAIClient(&m_network, QStringLiteral("http://127.0.0.1:%1/v1").arg(port))
+                            .streamCompletion(QStringLiteral("sk"), QStringLiteral("m"),
+                                              QStringLiteral("s"), QStringLiteral("u")));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 1);
+        const auto transport = outcome.errors.first().transportError();
+        QVERIFY(transport.has_value());
+        QCOMPARE(transport->code, QNetworkReply::ConnectionRefusedError);
+        QVERIFY2(transport->description.contains(QLatin1String("refused")),
+                 qPrintable(transport->description));
+        QVERIFY(transport->description.contains(QString::number(port)));
+    }
+
+    void stalledTransferTimesOut()
+    {
+        ChatServer server;
+        ChatResponse response;
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"partial\"}}]}\n\n");
+        response.ending = ChatResponse::Ending::Stall;
+        server.enqueue(response);
+        OpenAIClient client(&m_network, server.baseUrl());
+        client.setTransferTimeout(300ms);
+        Outcome outcome(client.streamCompletion(QStringLiteral("sk"), QStringLiteral("m"),
+                                                QStringLiteral("s"), QStringLiteral("u")));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.fragments, QStringList{QStringLiteral("partial")});
+        QCOMPARE(outcome.errors.size(), 1);
+        QCOMPARE(outcome.finished, 0);
+        QVERIFY2(outcome.errors.first().description().contains(QLatin1String("timed out")),
+                 qPrintable(outcome.errors.first().description()));
+    }
+
+    void cutConnectionFailsAfterTheFragmentsSoFar()
+    {
+        ChatServer server;
+        ChatResponse response;
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"partial\"}}]}\n\n");
+        response.piece("data: {\"choices\":[{\"delta\":{\"con", 50);
+        response.ending = ChatResponse::Ending::Abort;
+        server.enqueue(response);
+        Outcome outcome(start(server));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.fragments, QStringList{QStringLiteral("partial")});
+        QCOMPARE(outcome.finished, 0);
+        QCOMPARE(outcome.errors.size(), 1);
+        QVERIFY(outcome.errors.first().transportError().has_value());
+    }
+
+    void tlsFailureIsNotIgnored()
+    {
+        ChatServer server; // speaks plain HTTP only
+        Outcome outcome(
+            OpenAIClient(&m_network, QStringLiteral("https://127.0.0.1:%1/v1").arg(server.port()))
+                .streamCompletion(QStringLiteral("sk-secret"), QStringLiteral("m"),
+                                  QStringLiteral("s"), QStringLiteral("u")));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.errors.size(), 1);
+        QCOMPARE(outcome.finished, 0);
+        const auto transport = outcome.errors.first().transportError();
+        QVERIFY(transport.has_value());
+        QVERIFY2(transport->description.contains(QLatin1String("secure connection")) ||
+                     transport->description.contains(QLatin1String("closed the connection")),
+                 qPrintable(transport->description));
+        QVERIFY(server.requests().isEmpty());
+    }
+
+    void keyNeverFollowsARedirectToAnotherServer()
+    {
+        ChatServer elsewhere;
+        elsewhere.enqueue(ChatResponse::events({"[DONE]"}));
+        ChatServer server;
+        ChatResponse redirect = ChatResponse::error(307, {});
+        redirect.headers.append(
+            qMakePair(QByteArray("Location"),
+                      (elsewhere.baseUrl() + QStringLiteral("/chat/completions")).toUtf8()));
+        server.enqueue(redirect);
+        Outcome outcome(start(server, QStringLiteral("sk-secret")));
+        QVERIFY(outcome.waitUntilGone());
+        QCOMPARE(outcome.endings(), 1);
+        QCOMPARE(outcome.errors.size(), 1);
+        QVERIFY(elsewhere.requests().isEmpty());
+        QCOMPARE(server.requests().size(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestOpenAIClient)
+#include "tst_openaiclient.moc"

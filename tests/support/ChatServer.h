@@ -1,0 +1,89 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QPair>
+#include <QString>
+
+class QTcpServer;
+class QTcpSocket;
+
+/// What the loopback server answers to one request.
+struct ChatResponse {
+    enum class Framing { Chunked, ContentLength, CloseDelimited };
+    enum class Ending {
+        Complete, ///< the body ends properly and the connection closes
+        Stall,    ///< nothing more is sent; the connection stays open
+        Abort,    ///< the connection is cut without ending the body
+    };
+    struct Piece {
+        QByteArray bytes;
+        int delayMs = 0; ///< waited before this piece is written
+    };
+
+    int status = 200;
+    QList<QPair<QByteArray, QByteArray>> headers;
+    Framing framing = Framing::Chunked;
+    QList<Piece> pieces;
+    Ending ending = Ending::Complete;
+    /// When set, written as it is (status line, headers and body) instead of the above.
+    QByteArray raw;
+
+    /// An event stream: each line is "data: " + payload, ended by `lineEnd`.
+    static ChatResponse events(const QList<QByteArray>& payloads, const QByteArray& lineEnd = "\n");
+    /// An error status with a JSON (or any) body.
+    static ChatResponse error(int status, const QByteArray& body);
+    /// `body` cut into pieces of `pieceSize` bytes.
+    static ChatResponse split(const QByteArray& body, qsizetype pieceSize, int delayMs = 0);
+
+    ChatResponse& piece(const QByteArray& bytes, int delayMs = 0);
+};
+
+/// One request the server received.
+struct RecordedRequest {
+    QByteArray method;
+    QByteArray path;
+    QList<QPair<QByteArray, QByteArray>> headers;
+    QByteArray body;
+
+    /// The value of a header by case-insensitive name; null when absent.
+    QByteArray header(const QByteArray& name) const;
+    bool hasHeader(const QByteArray& name) const;
+};
+
+/// A chat-completions server on 127.0.0.1 with a port of its own, scripted per test: each
+/// request takes the next queued response (404 when none is left) and is recorded.
+class ChatServer : public QObject {
+    Q_OBJECT
+
+public:
+    explicit ChatServer(QObject* parent = nullptr);
+    ~ChatServer() override;
+
+    quint16 port() const;
+    /// "http://127.0.0.1:PORT/v1", to be stored as the base address.
+    QString baseUrl() const;
+
+    void enqueue(const ChatResponse& response);
+    const QList<RecordedRequest>& requests() const { return m_requests; }
+    /// How many responses have been written to their scripted end.
+    int completedResponses() const { return m_completed; }
+
+signals:
+    void requestReceived();
+    void responseCompleted();
+
+private:
+    struct Connection;
+    void accept();
+    void readFrom(Connection* connection);
+    void respond(Connection* connection, const ChatResponse& response);
+    void writePiece(Connection* connection, int index);
+    void finish(Connection* connection);
+
+    QTcpServer* m_server;
+    QList<ChatResponse> m_queue;
+    QList<RecordedRequest> m_requests;
+    int m_completed = 0;
+};
