@@ -33,10 +33,10 @@ void CompletionStream::start(QNetworkReply* reply)
     connect(reply, &QNetworkReply::finished, this, &CompletionStream::transferFinished);
 }
 
-void CompletionStream::failLater(const OpenAIError& error)
+void CompletionStream::failLater(const CompletionError& error)
 {
     QTimer::singleShot(0, this, [this, error] {
-        end(CompletionError(error));
+        end(error);
         deleteLater();
     });
 }

@@ -39,7 +39,7 @@ private:
 
     CompletionStream(const QUrl& url, QObject* parent);
     void start(QNetworkReply* reply);
-    void failLater(const OpenAIError& error);
+    void failLater(const CompletionError& error);
 
     void readAvailable();
     void transferFinished();

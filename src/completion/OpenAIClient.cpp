@@ -6,6 +6,8 @@
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
+#include <algorithm>
+
 namespace {
 
 const QString openAIBaseUrl = QStringLiteral("https://api.openai.com/v1");
@@ -125,6 +127,18 @@ CompletionStream* OpenAIClient::streamCompletion(const QString& apiKey, const QS
     }
     if (!url.isValid()) {
         stream->failLater(OpenAIError::invalidURL());
+        return stream;
+    }
+
+    // A header value cannot hold a line break: it would start a header of its own.
+    const bool hasControlCharacter = std::any_of(apiKey.cbegin(), apiKey.cend(), [](QChar c) {
+        return c.unicode() < 0x20 || c.unicode() == 0x7f;
+    });
+    if (hasControlCharacter) {
+        stream->failLater(TransportError{
+            QNetworkReply::ProtocolInvalidOperationError,
+            QStringLiteral("The API key contains a line break or another control character. "
+                           "Enter it again in Preferences without it.")});
         return stream;
     }
 

@@ -159,6 +159,18 @@ private slots:
         QCOMPARE(messages.at(1).toObject(), user);
     }
 
+    // A key pasted with its line break must not turn into a second header line.
+    void keyWithALineBreakIsNotSent()
+    {
+        ChatServer server;
+        Outcome outcome(start(server, QStringLiteral("sk-abc\r\nX-Injected: 1")));
+        QVERIFY(outcome.waitUntilGone());
+        QVERIFY(server.requests().isEmpty());
+        QCOMPARE(outcome.errors.size(), 1);
+        QVERIFY2(outcome.errors.first().description().contains(QLatin1String("API key")),
+                 qPrintable(outcome.errors.first().description()));
+    }
+
     void emptyKeySendsNothing()
     {
         ChatServer server;
