@@ -1,0 +1,89 @@
+#include "platform/PlatformServices.h"
+
+#include "platform/PlatformLogging.h"
+#include "platform/null/NullPlatform.h"
+#include "platform/x11/X11AccessibilityTrust.h"
+#include "platform/x11/X11GlobalHotkey.h"
+#include "platform/x11/X11GlobalKeyMonitor.h"
+
+#include <QGuiApplication>
+
+Q_LOGGING_CATEGORY(lcPlatform, "ravelo.platform", QtWarningMsg)
+
+namespace {
+
+void reportUnavailableOnce()
+{
+    static bool reported = false;
+    if (reported) {
+        return;
+    }
+    reported = true;
+    qCWarning(lcPlatform,
+              "Global triggers are off: %s. Bind the command \"ravelo trigger\" to a "
+              "keyboard shortcut of your desktop to open the panel instead.",
+              qPrintable(PlatformServices::unavailableReason()));
+}
+
+bool useX11()
+{
+    if (PlatformServices::backend() == PlatformServices::Backend::X11) {
+        return true;
+    }
+    reportUnavailableOnce();
+    return false;
+}
+
+} // namespace
+
+QString PlatformServices::unavailableReason()
+{
+    if (qGuiApp) {
+        const QString platform = QGuiApplication::platformName();
+        if (platform != QLatin1String("xcb")) {
+            if (platform.startsWith(QLatin1String("wayland"))) {
+                return QStringLiteral("this is a Wayland session, where no application may watch "
+                                      "the keys of others");
+            }
+            return QStringLiteral("Ravelo runs on the \"%1\" platform, not on an X11 display")
+                .arg(platform);
+        }
+        const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+        if (!x11 || !x11->connection()) {
+            return QStringLiteral("Ravelo has no connection to an X11 display");
+        }
+    }
+    if (qEnvironmentVariableIsEmpty("DISPLAY")) {
+        return QStringLiteral("there is no X11 display (DISPLAY is not set)");
+    }
+    return QString();
+}
+
+PlatformServices::Backend PlatformServices::backend()
+{
+    return unavailableReason().isEmpty() ? Backend::X11 : Backend::None;
+}
+
+std::unique_ptr<GlobalKeyMonitor> PlatformServices::createGlobalKeyMonitor()
+{
+    if (useX11()) {
+        return std::make_unique<X11GlobalKeyMonitor>();
+    }
+    return std::make_unique<NullGlobalKeyMonitor>();
+}
+
+std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
+{
+    if (useX11()) {
+        return std::make_unique<X11GlobalHotkey>();
+    }
+    return std::make_unique<NullGlobalHotkey>();
+}
+
+std::unique_ptr<AccessibilityTrust> PlatformServices::createAccessibilityTrust()
+{
+    if (useX11()) {
+        return std::make_unique<X11AccessibilityTrust>();
+    }
+    return std::make_unique<NullAccessibilityTrust>();
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "triggers/DoubleCopyDetector.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class GlobalHotkey;
+class GlobalKeyMonitor;
+
+/// The one trigger object: double copy and the custom global hotkey. Both call `onTrigger`
+/// on the GUI thread from the event loop, never from inside the key handling.
+///
+/// The owner arms it after every preference change: set `onTrigger`, `stop()`, set
+/// `doubleCopyEnabled`, then `startDoubleCopyMonitor()` and `registerHotkey()` as stored.
+class HotkeyManager : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool doubleCopyEnabled READ doubleCopyEnabled WRITE setDoubleCopyEnabled NOTIFY
+                   doubleCopyEnabledChanged)
+
+public:
+    using Clock = std::function<DoubleCopyDetector::Clock::time_point()>;
+
+    /// With the backends of this session (PlatformServices).
+    explicit HotkeyManager(QObject* parent = nullptr);
+    HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor, std::unique_ptr<GlobalHotkey> hotkey,
+                  QObject* parent = nullptr);
+    ~HotkeyManager() override;
+
+    /// What a trigger calls; none by default. An absent callback is skipped.
+    std::function<void()> onTrigger;
+
+    /// Mirrors the double-copy setting; whether double copy acts depends only on whether
+    /// the monitor has been started.
+    bool doubleCopyEnabled() const { return m_doubleCopyEnabled; }
+    void setDoubleCopyEnabled(bool enabled);
+
+    /// Starts watching every key-down for a double copy. Silently inactive when this
+    /// session cannot see other applications' keys.
+    void startDoubleCopyMonitor();
+    /// Takes the combination (stored key code and modifier mask) system-wide. A refused
+    /// combination leaves the hotkey inactive without any message.
+    void registerHotkey(quint32 keyCode, quint32 modifiers);
+    /// Stops both triggers and forgets a pending first copy press.
+    void stop();
+
+    bool isDoubleCopyMonitorActive() const;
+    bool isHotkeyRegistered() const;
+
+    /// The moment of the last copy shortcut seen by the monitor. Raw key events arrive
+    /// before the focused application has handled the key, so the clipboard may still be
+    /// about to change shortly after it.
+    std::optional<DoubleCopyDetector::Clock::time_point> lastCopyPress() const
+    {
+        return m_lastCopyPress;
+    }
+    DoubleCopyDetector::Clock::time_point now() const { return m_clock(); }
+    /// Replaces the steady clock (tests).
+    void setClock(Clock clock);
+
+signals:
+    void doubleCopyEnabledChanged();
+    /// Emitted with every trigger, right before `onTrigger` runs.
+    void triggered();
+
+private:
+    void handleKeyDown(quint32 keyCode, quint32 modifiers);
+    void queueTrigger();
+
+    std::unique_ptr<GlobalKeyMonitor> m_monitor;
+    std::unique_ptr<GlobalHotkey> m_hotkey;
+    DoubleCopyDetector m_detector;
+    Clock m_clock;
+    std::optional<DoubleCopyDetector::Clock::time_point> m_lastCopyPress;
+    bool m_doubleCopyEnabled = true;
+};

@@ -1,0 +1,65 @@
+#include "platform/PlatformServices.h"
+#include "triggers/HotkeyManager.h"
+
+#include <QGuiApplication>
+#include <QTest>
+
+namespace {
+
+QStringList platformMessages;
+
+void collect(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (type == QtWarningMsg && qstrcmp(context.category, "ravelo.platform") == 0) {
+        platformMessages.append(message);
+    }
+}
+
+} // namespace
+
+/// Runs on the offscreen platform: a session without X11.
+class TestPlatformServices : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QCOMPARE(QGuiApplication::platformName(), QStringLiteral("offscreen"));
+        qInstallMessageHandler(collect);
+    }
+
+    void cleanupTestCase() { qInstallMessageHandler(nullptr); }
+
+    void offscreenHasNoX11()
+    {
+        QCOMPARE(PlatformServices::backend(), PlatformServices::Backend::None);
+        QVERIFY(PlatformServices::unavailableReason().contains(QLatin1String("offscreen")));
+    }
+
+    void backendsStayDisarmedAndSaySoOnce()
+    {
+        const auto monitor = PlatformServices::createGlobalKeyMonitor();
+        const auto hotkey = PlatformServices::createGlobalHotkey();
+        const auto trust = PlatformServices::createAccessibilityTrust();
+        QVERIFY(!monitor->start());
+        QVERIFY(!monitor->isActive());
+        QVERIFY(!hotkey->registerHotkey(49, 768));
+        QVERIFY(!hotkey->isRegistered());
+        QVERIFY(!trust->isTrusted());
+        trust->requestTrust();
+
+        HotkeyManager manager;
+        manager.startDoubleCopyMonitor();
+        manager.registerHotkey(40, 2304);
+        QVERIFY(!manager.isDoubleCopyMonitorActive());
+        QVERIFY(!manager.isHotkeyRegistered());
+        manager.stop();
+
+        QCOMPARE(platformMessages.size(), 1);
+        QVERIFY(platformMessages.first().contains(QLatin1String("ravelo trigger")));
+        QVERIFY(platformMessages.first().contains(QLatin1String("offscreen")));
+    }
+};
+
+QTEST_MAIN(TestPlatformServices)
+#include "tst_platformservices.moc"

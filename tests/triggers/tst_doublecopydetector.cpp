@@ -1,0 +1,157 @@
+#include "platform/KeyMap.h"
+#include "triggers/DoubleCopyDetector.h"
+
+#include <QTest>
+
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Press {
+    quint32 keyCode;
+    quint32 modifiers;
+    std::chrono::milliseconds at;
+};
+
+constexpr quint32 copyKey = KeyMap::copyKeyCode;
+constexpr quint32 ctrl = KeyMap::commandMask;
+constexpr quint32 keyV = 9;
+
+Press copyAt(std::chrono::milliseconds at)
+{
+    return {copyKey, ctrl, at};
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(std::vector<Press>)
+
+class TestDoubleCopyDetector : public QObject {
+    Q_OBJECT
+
+private slots:
+    void presses_data()
+    {
+        QTest::addColumn<std::vector<Press>>("presses");
+        // For each press: whether it completes a double copy.
+        QTest::addColumn<QList<bool>>("fires");
+
+        QTest::newRow("one press") << std::vector{copyAt(0ms)} << QList<bool>{false};
+        QTest::newRow("0.39 s apart")
+            << std::vector{copyAt(0ms), copyAt(390ms)} << QList<bool>{false, true};
+        QTest::newRow("just under 0.4 s")
+            << std::vector{copyAt(0ms), copyAt(399ms)} << QList<bool>{false, true};
+        QTest::newRow("0.4 s apart is too slow")
+            << std::vector{copyAt(0ms), copyAt(400ms)} << QList<bool>{false, false};
+        QTest::newRow("a slow second press becomes the first")
+            << std::vector{copyAt(0ms), copyAt(400ms), copyAt(790ms)}
+            << QList<bool>{false, false, true};
+        QTest::newRow("three presses fire once")
+            << std::vector{copyAt(0ms), copyAt(100ms), copyAt(200ms)}
+            << QList<bool>{false, true, false};
+        QTest::newRow("four presses fire twice")
+            << std::vector{copyAt(0ms), copyAt(100ms), copyAt(200ms), copyAt(300ms)}
+            << QList<bool>{false, true, false, true};
+        QTest::newRow("auto-repeat counts as presses")
+            << std::vector{copyAt(0ms), copyAt(30ms), copyAt(60ms), copyAt(90ms), copyAt(120ms)}
+            << QList<bool>{false, true, false, true, false};
+        QTest::newRow("another key in between")
+            << std::vector{copyAt(0ms), Press{keyV, ctrl, 100ms}, copyAt(200ms)}
+            << QList<bool>{false, false, false};
+        QTest::newRow("plain c in between")
+            << std::vector{copyAt(0ms), Press{copyKey, 0, 100ms}, copyAt(200ms)}
+            << QList<bool>{false, false, false};
+        QTest::newRow("an unknown key in between")
+            << std::vector{copyAt(0ms), Press{KeyMap::unknownKeyCode, 0, 100ms}, copyAt(200ms)}
+            << QList<bool>{false, false, false};
+        QTest::newRow("the key in between starts nothing")
+            << std::vector{copyAt(0ms), Press{keyV, ctrl, 100ms}, copyAt(200ms), copyAt(300ms)}
+            << QList<bool>{false, false, false, true};
+        QTest::newRow("C without Ctrl twice")
+            << std::vector{Press{copyKey, 0, 0ms}, Press{copyKey, 0, 100ms}}
+            << QList<bool>{false, false};
+
+        // Ctrl plus any other modifier is another shortcut: it never counts and it clears.
+        const struct {
+            const char* name;
+            quint32 mask;
+        } others[] = {{"Shift", KeyMap::shiftMask},
+                      {"Alt", KeyMap::optionMask},
+                      {"Super", KeyMap::controlMask}};
+        for (const auto& other : others) {
+            QTest::addRow("Ctrl+%s+C pair", other.name)
+                << std::vector{Press{copyKey, ctrl | other.mask, 0ms},
+                               Press{copyKey, ctrl | other.mask, 100ms}}
+                << QList<bool>{false, false};
+            QTest::addRow("Ctrl+%s+C clears a pending press", other.name)
+                << std::vector{copyAt(0ms), Press{copyKey, ctrl | other.mask, 100ms}, copyAt(200ms)}
+                << QList<bool>{false, false, false};
+            QTest::addRow("%s+C alone clears", other.name)
+                << std::vector{copyAt(0ms), Press{copyKey, other.mask, 100ms}, copyAt(200ms)}
+                << QList<bool>{false, false, false};
+        }
+    }
+
+    void presses()
+    {
+        QFETCH(std::vector<Press>, presses);
+        QFETCH(QList<bool>, fires);
+        QCOMPARE(qsizetype(presses.size()), fires.size());
+
+        DoubleCopyDetector detector;
+        const DoubleCopyDetector::Clock::time_point start{std::chrono::hours(5)};
+        for (std::size_t i = 0; i < presses.size(); ++i) {
+            const Press& press = presses[i];
+            QVERIFY2(detector.keyDown(press.keyCode, press.modifiers, start + press.at) ==
+                         fires[qsizetype(i)],
+                     qPrintable(QStringLiteral("press %1").arg(i + 1)));
+        }
+    }
+
+    // The lock keys are no modifiers of the stored mask, and whatever bits ride along
+    // beside the four modifiers do not matter.
+    void locksAndOtherBitsAreIgnored_data()
+    {
+        QTest::addColumn<quint32>("extraBits");
+        QTest::newRow("none") << 0u;
+        QTest::newRow("Caps Lock bit") << quint32(1U << 16);
+        QTest::newRow("Num Lock bit") << quint32(1U << 21);
+        QTest::newRow("low bits") << 0xffu;
+    }
+
+    void locksAndOtherBitsAreIgnored()
+    {
+        QFETCH(quint32, extraBits);
+        DoubleCopyDetector detector;
+        const DoubleCopyDetector::Clock::time_point start{};
+        QVERIFY(!detector.keyDown(copyKey, ctrl | extraBits, start));
+        QVERIFY(detector.keyDown(copyKey, ctrl | extraBits, start + 100ms));
+    }
+
+    void resetForgetsThePendingPress()
+    {
+        DoubleCopyDetector detector;
+        const DoubleCopyDetector::Clock::time_point start{};
+        QVERIFY(!detector.keyDown(copyKey, ctrl, start));
+        QVERIFY(detector.isPending());
+        detector.reset();
+        QVERIFY(!detector.isPending());
+        QVERIFY(!detector.keyDown(copyKey, ctrl, start + 100ms));
+        QVERIFY(detector.keyDown(copyKey, ctrl, start + 200ms));
+        QVERIFY(!detector.isPending());
+    }
+
+    // A clock that goes backwards (a tampered or odd clock) must not fire a trigger.
+    void anEarlierSecondPressDoesNotFire()
+    {
+        DoubleCopyDetector detector;
+        const DoubleCopyDetector::Clock::time_point start{std::chrono::seconds(10)};
+        QVERIFY(!detector.keyDown(copyKey, ctrl, start));
+        QVERIFY(!detector.keyDown(copyKey, ctrl, start - 100ms));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDoubleCopyDetector)
+#include "tst_doublecopydetector.moc"
