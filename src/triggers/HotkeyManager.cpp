@@ -70,6 +70,11 @@ void HotkeyManager::stop()
     m_lastCopyPress.reset();
 }
 
+void HotkeyManager::trigger()
+{
+    queueTrigger();
+}
+
 bool HotkeyManager::isDoubleCopyMonitorActive() const
 {
     return m_monitor->isActive();

@@ -47,6 +47,9 @@ public:
     /// Stops both triggers and forgets a pending first copy press.
     void stop();
 
+    /// Queues a trigger as a double copy or the hotkey would (`ravelo trigger`).
+    void trigger();
+
     bool isDoubleCopyMonitorActive() const;
     bool isHotkeyRegistered() const;
 

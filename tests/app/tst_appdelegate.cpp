@@ -1,0 +1,242 @@
+#include "XTestKeyboard.h"
+#include "app/AppDelegate.h"
+#include "app/AppState.h"
+#include "model/PreferenceStore.h"
+#include "triggers/HotkeyManager.h"
+
+#include <QClipboard>
+#include <QDir>
+#include <QGuiApplication>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include <xkbcommon/xkbcommon-keysyms.h>
+
+// The controller's launch sequence, arming and trigger handling on a real X server with the
+// real clipboard.
+class TestAppDelegate : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<XTestKeyboard> m_keyboard;
+    std::unique_ptr<PreferenceStore> m_preferences;
+    std::unique_ptr<AppState> m_state;
+    std::unique_ptr<AppDelegate> m_delegate;
+
+    void launch()
+    {
+        m_state = std::make_unique<AppState>(m_preferences.get());
+        m_delegate = std::make_unique<AppDelegate>(m_state.get());
+        m_delegate->applicationDidFinishLaunching();
+    }
+
+    HotkeyManager* manager() const { return m_delegate->hotkeyManager(); }
+
+    void completeOnboarding()
+    {
+        m_preferences->setBoolean(Preferences::hasCompletedOnboarding, true);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+        m_keyboard = std::make_unique<XTestKeyboard>();
+        QVERIFY(m_keyboard->isValid());
+        m_keyboard->createFocusedWindow();
+    }
+
+    void init()
+    {
+        const QString path =
+            QDir(qEnvironmentVariable("XDG_CONFIG_HOME"))
+                .filePath(QStringLiteral("Ravelo/%1.conf")
+                              .arg(QString::fromLatin1(QTest::currentTestFunction())));
+        QFile::remove(path);
+        m_preferences = std::make_unique<PreferenceStore>(path);
+    }
+
+    void cleanup()
+    {
+        m_delegate.reset();
+        m_state.reset();
+        m_preferences.reset();
+    }
+
+    void firstRunShowsTheWalkthroughAndArmsOnFirstWrite()
+    {
+        m_state = std::make_unique<AppState>(m_preferences.get());
+        m_delegate = std::make_unique<AppDelegate>(m_state.get());
+        QSignalSpy onboarding(m_delegate.get(), &AppDelegate::onboardingRequested);
+        m_delegate->applicationDidFinishLaunching();
+        QCOMPARE(onboarding.size(), 1);
+        QVERIFY(!manager()->isDoubleCopyMonitorActive());
+        QVERIFY(!manager()->onTrigger);
+
+        // The walkthrough's first write (the API key field) already arms the triggers.
+        m_preferences->setString(Preferences::apiKey, QStringLiteral("sk-1"));
+        QVERIFY(manager()->isDoubleCopyMonitorActive());
+        QVERIFY(manager()->onTrigger);
+    }
+
+    void launchArmsWhatIsStored()
+    {
+        completeOnboarding();
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 40);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, 768);
+        launch();
+        QVERIFY(manager()->isDoubleCopyMonitorActive());
+        QVERIFY(manager()->doubleCopyEnabled());
+        QVERIFY(manager()->isHotkeyRegistered());
+    }
+
+    void everyWriteRearms()
+    {
+        completeOnboarding();
+        launch();
+        QVERIFY(!manager()->isHotkeyRegistered());
+
+        m_preferences->setBoolean(Preferences::useDoubleCopy, false);
+        QVERIFY(!manager()->isDoubleCopyMonitorActive());
+        QVERIFY(!manager()->doubleCopyEnabled());
+
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 49);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, 2048);
+        QVERIFY(manager()->isHotkeyRegistered());
+
+        // Cleared: the grab goes at once.
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 0);
+        QVERIFY(!manager()->isHotkeyRegistered());
+
+        m_preferences->setBoolean(Preferences::useDoubleCopy, true);
+        QVERIFY(manager()->isDoubleCopyMonitorActive());
+    }
+
+    void storedValuesOutside32BitsAreNoHotkey_data()
+    {
+        QTest::addColumn<qint64>("keyCode");
+        QTest::addColumn<qint64>("modifiers");
+        QTest::newRow("negative key code") << qint64(-40) << qint64(256);
+        QTest::newRow("key code beyond 32 bits") << (qint64(1) << 32 | 40) << qint64(256);
+        QTest::newRow("modifiers beyond 32 bits") << qint64(40) << (qint64(1) << 40);
+        QTest::newRow("unknown key code") << qint64(4000) << qint64(256);
+    }
+
+    void storedValuesOutside32BitsAreNoHotkey()
+    {
+        QFETCH(qint64, keyCode);
+        QFETCH(qint64, modifiers);
+        completeOnboarding();
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, keyCode);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, modifiers);
+        launch();
+        QVERIFY(manager()->isDoubleCopyMonitorActive());
+        if (keyCode == 40) {
+            // Modifier bits out of range read as none: K alone is grabbed.
+            QVERIFY(manager()->isHotkeyRegistered());
+        } else {
+            QVERIFY(!manager()->isHotkeyRegistered());
+        }
+    }
+
+    void triggerReadsTheClipboard_data()
+    {
+        QTest::addColumn<QString>("content");
+        QTest::addColumn<bool>("image");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("text") << QStringLiteral("Hello, Welt ✓") << false << true;
+        QTest::newRow("empty clipboard") << QString() << false << false;
+        QTest::newRow("only an image") << QString() << true << false;
+    }
+
+    void triggerReadsTheClipboard()
+    {
+        QFETCH(QString, content);
+        QFETCH(bool, image);
+        QFETCH(bool, shown);
+        completeOnboarding();
+        launch();
+        QClipboard* clipboard = QGuiApplication::clipboard();
+        if (image) {
+            auto* data = new QMimeData;
+            data->setData(QStringLiteral("image/png"), QByteArray("\x89PNG\r\n", 6));
+            clipboard->setMimeData(data);
+        } else if (content.isEmpty()) {
+            clipboard->clear();
+        } else {
+            clipboard->setText(content);
+        }
+        m_state->setClipboardText(QStringLiteral("earlier"));
+        m_state->setResultText(QStringLiteral("an earlier answer"));
+        m_state->setIsLoading(true);
+        m_state->setLastCustomPromptText(QStringLiteral("shorter"));
+        QSignalSpy panel(m_delegate.get(), &AppDelegate::panelRequested);
+
+        manager()->trigger();
+        QTRY_COMPARE(m_state->clipboardText(), content);
+        QCOMPARE(m_state->resultText(), QString());
+        QVERIFY(!m_state->isLoading());
+        QCOMPARE(m_state->lastCustomPromptText(), std::nullopt);
+        QCOMPARE(panel.size(), shown ? 1 : 0);
+    }
+
+    // Right after the second copy press the application that has the focus may not have
+    // put the copied text on the clipboard yet.
+    void doubleCopyWaitsForTheCopiedText()
+    {
+        completeOnboarding();
+        launch();
+        QGuiApplication::clipboard()->setText(QStringLiteral("old"));
+        QSignalSpy panel(m_delegate.get(), &AppDelegate::panelRequested);
+        QSignalSpy triggered(manager(), &HotkeyManager::triggered);
+        // The copy lands a moment after the trigger.
+        connect(manager(), &HotkeyManager::triggered, this, [this] {
+            QTimer::singleShot(60, m_delegate.get(), [] {
+                QGuiApplication::clipboard()->setText(QStringLiteral("fresh"));
+            });
+        });
+
+        m_keyboard->tap(XKB_KEY_c, {XKB_KEY_Control_L});
+        m_keyboard->tap(XKB_KEY_c, {XKB_KEY_Control_L});
+        QVERIFY(triggered.wait());
+        QCOMPARE(panel.size(), 0);
+        QVERIFY(panel.wait());
+        QCOMPARE(m_state->clipboardText(), QStringLiteral("fresh"));
+        QCOMPARE(panel.size(), 1);
+    }
+
+    void doubleCopyReadsAtTheDeadlineWhenNothingChanges()
+    {
+        completeOnboarding();
+        launch();
+        QGuiApplication::clipboard()->setText(QStringLiteral("unchanged"));
+        QSignalSpy panel(m_delegate.get(), &AppDelegate::panelRequested);
+        QSignalSpy triggered(manager(), &HotkeyManager::triggered);
+        m_keyboard->tap(XKB_KEY_c, {XKB_KEY_Control_L});
+        m_keyboard->tap(XKB_KEY_c, {XKB_KEY_Control_L});
+        QVERIFY(triggered.wait());
+        QCOMPARE(panel.size(), 0);
+        QVERIFY(panel.wait());
+        QCOMPARE(m_state->clipboardText(), QStringLiteral("unchanged"));
+    }
+
+    void hotkeyReadsAtOnce()
+    {
+        completeOnboarding();
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 40);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, 768);
+        launch();
+        QGuiApplication::clipboard()->setText(QStringLiteral("selected"));
+        QSignalSpy panel(m_delegate.get(), &AppDelegate::panelRequested);
+        QSignalSpy triggered(manager(), &HotkeyManager::triggered);
+        m_keyboard->tap(XKB_KEY_k, {XKB_KEY_Control_L, XKB_KEY_Shift_L});
+        QVERIFY(triggered.wait());
+        QCOMPARE(panel.size(), 1);
+        QCOMPARE(m_state->clipboardText(), QStringLiteral("selected"));
+    }
+};
+
+QTEST_MAIN(TestAppDelegate)
+#include "tst_appdelegate.moc"
