@@ -2,6 +2,8 @@
 
 #include "app/AppLogging.h"
 #include "app/AppState.h"
+#include "app/PromptRun.h"
+#include "completion/CompletionStream.h"
 #include "model/PreferenceStore.h"
 #include "platform/AccessibilityTrust.h"
 #include "platform/PlatformServices.h"
@@ -136,6 +138,8 @@ void AppDelegate::readClipboard()
 {
     m_waitingForClipboard = false;
     m_clipboardDeadline.stop();
+    // The new text starts afresh: an answer still streaming for the old one is dropped.
+    cancelCurrentRun();
     const QClipboard* clipboard = QGuiApplication::clipboard();
     const QString text = clipboard ? clipboard->text(QClipboard::Clipboard) : QString();
     m_appState->setClipboardText(text);
@@ -166,4 +170,97 @@ void AppDelegate::showOnboarding()
 {
     qCDebug(lcApp, "Walkthrough requested");
     emit onboardingRequested();
+}
+
+void AppDelegate::cancelCurrentRun()
+{
+    if (m_currentRun) {
+        qCDebug(lcApp, "Run cancelled");
+        m_currentRun->stopListening();
+    }
+    m_currentRun = nullptr;
+}
+
+void AppDelegate::runPrompt(const Prompt& prompt)
+{
+    cancelCurrentRun();
+    PreferenceStore* preferences = m_appState->preferences();
+    if (!ravelo::hasApiKey(*preferences)) {
+        m_appState->setResultText(ravelo::missingApiKeyWarning());
+        return;
+    }
+    m_appState->setIsLoading(true);
+    m_appState->setResultText(QString());
+
+    CompletionStream* stream = ravelo::startCompletion(
+        *preferences, &m_network, prompt.systemPrompt, m_appState->clipboardText());
+    m_currentRun = stream;
+    // A cancelled run stops listening, so none of these reach the state after it.
+    connect(stream, &CompletionStream::fragmentReceived, m_appState, &AppState::appendResultText);
+    connect(stream, &CompletionStream::finished, this, [this] {
+        m_currentRun = nullptr;
+        m_appState->setIsLoading(false);
+    });
+    connect(stream, &CompletionStream::failed, this, [this](const CompletionError& error) {
+        m_currentRun = nullptr;
+        m_appState->setResultText(QStringLiteral("Error: ") + error.description());
+        m_appState->setIsLoading(false);
+    });
+}
+
+void AppDelegate::runPromptNumbered(qint64 number)
+{
+    const QList<Prompt> prompts = m_appState->prompts();
+    for (const Prompt& prompt : prompts) {
+        if (prompt.number == number) {
+            runPrompt(prompt);
+            return;
+        }
+    }
+}
+
+void AppDelegate::copyResultAndClose()
+{
+    const QString result = m_appState->resultText();
+    if (result.isEmpty()) {
+        return;
+    }
+    if (QClipboard* clipboard = QGuiApplication::clipboard()) {
+        clipboard->setText(result, QClipboard::Clipboard);
+    }
+    closePanel();
+}
+
+void AppDelegate::showCustomInput()
+{
+    m_appState->setShowCustomPromptInput(true);
+}
+
+bool AppDelegate::dismissCustomInput()
+{
+    if (!m_appState->showCustomPromptInput()) {
+        return false;
+    }
+    m_appState->setShowCustomPromptInput(false);
+    m_appState->setCustomPromptText(QString());
+    return true;
+}
+
+void AppDelegate::runCustomPrompt(const QString& text)
+{
+    m_appState->setLastCustomPromptText(text);
+    runPrompt(Prompt::create(0, QStringLiteral("Custom"), text));
+}
+
+void AppDelegate::closePanel()
+{
+    emit panelCloseRequested();
+}
+
+void AppDelegate::windowWillClose()
+{
+    cancelCurrentRun();
+    m_appState->setResultText(QString());
+    m_appState->setIsLoading(false);
+    m_appState->setLastCustomPromptText(std::nullopt);
 }

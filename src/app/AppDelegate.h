@@ -1,8 +1,11 @@
 #pragma once
 
+#include "model/Prompt.h"
 #include "triggers/DoubleCopyDetector.h"
 
+#include <QNetworkAccessManager>
 #include <QObject>
+#include <QPointer>
 #include <QTimer>
 
 #include <memory>
@@ -10,6 +13,7 @@
 
 class AccessibilityTrust;
 class AppState;
+class CompletionStream;
 class HotkeyManager;
 
 /// The controller: runs the launch sequence, arms the triggers from the stored settings
@@ -43,17 +47,39 @@ public:
     void openSettings();
     void showOnboarding();
 
+    /// Runs a prompt on the copied text; the answer streams into the state. An earlier run
+    /// still streaming is cancelled first: nothing of it reaches the state any more.
+    void runPrompt(const Prompt& prompt);
+    /// Runs the first prompt of the list with that number; nothing when none has it.
+    void runPromptNumbered(qint64 number);
+    /// Puts the answer on the clipboard and closes the panel; nothing when there is none.
+    void copyResultAndClose();
+    void showCustomInput();
+    /// Hides the custom prompt field and clears it; false when it was not shown.
+    bool dismissCustomInput();
+    /// Runs a one-off instruction (trimmed, not empty) as prompt number 0, "Custom".
+    void runCustomPrompt(const QString& text);
+    void closePanel();
+    /// The quick panel closed: its run is cancelled and its answer cleared.
+    void windowWillClose();
+
+    /// Whether a run's answer is still streaming into the state.
+    bool isRunActive() const { return !m_currentRun.isNull(); }
+
     /// How long a trigger right after a copy press waits for the clipboard to change.
     static constexpr std::chrono::milliseconds clipboardWait{250};
 
 signals:
     /// The quick panel should show now (centred, as the key window).
     void panelRequested();
+    /// The quick panel should close (it then reports back through `windowWillClose`).
+    void panelCloseRequested();
     void settingsRequested();
     void onboardingRequested();
 
 private:
     void readClipboard();
+    void cancelCurrentRun();
     void noteClipboardChange();
     bool copiedTextMayBeOnItsWay() const;
 
@@ -62,6 +88,8 @@ private:
     std::unique_ptr<AccessibilityTrust> m_accessibility;
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastClipboardChange;
     QTimer m_clipboardDeadline;
+    QNetworkAccessManager m_network;
+    QPointer<CompletionStream> m_currentRun;
     bool m_waitingForClipboard = false;
     bool m_observingPreferences = false;
 };
