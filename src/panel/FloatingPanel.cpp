@@ -316,5 +316,8 @@ void FloatingPanel::updateMask()
 
 void FloatingPanel::focusContent()
 {
+    if (QQuickItem* focused = activeFocusItem(); focused && focused != contentItem()) {
+        focused->setFocus(false);
+    }
     contentItem()->forceActiveFocus();
 }

@@ -252,6 +252,7 @@ FocusScope {
 
                         // New or removed prompts bring the custom chip, the strip's end, into view.
                         onPromptCountChanged: {
+                            chipRow.forceLayout()
                             const target = Math.max(0, Math.min(customChip.x + customChip.width - width,
                                                                 contentWidth - width))
                             stripScroll.stop()
@@ -283,6 +284,7 @@ FocusScope {
                                 Chip {
                                     required property var modelData
 
+                                    objectName: "promptChip"
                                     badge: String(modelData.number)
                                     badgeFont.pixelSize: 13
                                     badgeColor: PanelPalette.primaryText
