@@ -140,7 +140,8 @@ void PanelShadow::paint(QPainter* painter)
         }
         // Three box passes of this width come close to a Gaussian of the given deviation.
         const qreal s = sigma * workScale;
-        const int radius = std::max(0, int(std::lround((std::sqrt(12 * s * s / boxPasses + 1) - 1) / 2)));
+        const int radius =
+            std::max(0, int(std::lround((std::sqrt(12 * s * s / boxPasses + 1) - 1) / 2)));
         for (int pass = 0; pass < boxPasses; ++pass) {
             boxBlur(alpha, width, height, radius, true);
             boxBlur(alpha, width, height, radius, false);
@@ -151,12 +152,13 @@ void PanelShadow::paint(QPainter* painter)
             auto* row = reinterpret_cast<QRgb*>(m_cache.scanLine(y));
             for (int x = 0; x < width; ++x) {
                 const float a = std::clamp(alpha[static_cast<size_t>(y) * width + x], 0.0f, 1.0f);
-                row[x] = qPremultiply(qRgba(opaque.red(), opaque.green(), opaque.blue(),
-                                            int(std::lround(a * 255))));
+                row[x] = qPremultiply(
+                    qRgba(opaque.red(), opaque.green(), opaque.blue(), int(std::lround(a * 255))));
             }
         }
     }
-    const QRectF target = m_shape.adjusted(-extent, -extent, extent, extent).translated(0, m_offsetY);
+    const QRectF target =
+        m_shape.adjusted(-extent, -extent, extent, extent).translated(0, m_offsetY);
     painter->setRenderHint(QPainter::SmoothPixmapTransform);
     painter->setOpacity(m_color.alphaF());
     painter->drawImage(target, m_cache);

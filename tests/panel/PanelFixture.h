@@ -43,6 +43,7 @@ struct PanelFixture {
     bool showAndFocus()
     {
         panel->centerAndShow();
-        return QTest::qWaitForWindowExposed(panel.get()) && QTest::qWaitForWindowActive(panel.get());
+        return QTest::qWaitForWindowExposed(panel.get()) &&
+               QTest::qWaitForWindowActive(panel.get());
     }
 };

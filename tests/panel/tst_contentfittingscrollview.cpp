@@ -45,12 +45,12 @@ void TestContentFittingScrollView::fitsItsContent_data()
     QTest::addColumn<qreal>("expectedHeight");
     QTest::addColumn<bool>("scrollable");
 
-    QTest::newRow("short content") << QByteArray("Rectangle { width: 10; height: 40 }") << 40.0
-                                   << false;
+    QTest::newRow("short content")
+        << QByteArray("Rectangle { width: 10; height: 40 }") << 40.0 << false;
     QTest::newRow("exactly the maximum")
         << QByteArray("Rectangle { width: 10; height: 100 }") << 100.0 << false;
-    QTest::newRow("taller content") << QByteArray("Rectangle { width: 10; height: 340 }") << 100.0
-                                    << true;
+    QTest::newRow("taller content")
+        << QByteArray("Rectangle { width: 10; height: 340 }") << 100.0 << true;
     QTest::newRow("the largest of several children")
         << QByteArray("Rectangle { height: 30 } Rectangle { height: 70 } Rectangle { height: 20 }")
         << 70.0 << false;

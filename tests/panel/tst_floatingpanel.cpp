@@ -101,19 +101,19 @@ void TestFloatingPanel::routesKeys_data()
     const QString nothing = QStringLiteral("nothing");
     QTest::newRow("Esc closes") << "content" << int(Qt::Key_Escape) << none << noText << true
                                 << "esc+closed";
-    QTest::newRow("Esc with modifiers") << "content" << int(Qt::Key_Escape)
-                                        << Qt::KeyboardModifiers(Qt::ShiftModifier) << noText
-                                        << true << "esc+closed";
-    QTest::newRow("Esc kept by the owner") << "content+keep" << int(Qt::Key_Escape) << none
-                                           << noText << true << "esc";
-    QTest::newRow("Esc while editing") << "field" << int(Qt::Key_Escape) << none << noText << false
-                                       << nothing;
+    QTest::newRow("Esc with modifiers")
+        << "content" << int(Qt::Key_Escape) << Qt::KeyboardModifiers(Qt::ShiftModifier) << noText
+        << true << "esc+closed";
+    QTest::newRow("Esc kept by the owner")
+        << "content+keep" << int(Qt::Key_Escape) << none << noText << true << "esc";
+    QTest::newRow("Esc while editing")
+        << "field" << int(Qt::Key_Escape) << none << noText << false << nothing;
     QTest::newRow("Ctrl+C") << "content" << int(Qt::Key_C)
                             << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
                             << "copy";
     QTest::newRow("Ctrl+C while editing, nothing selected")
-        << "field" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier) << noText
-        << true << "copy";
+        << "field" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
+        << "copy";
     QTest::newRow("Ctrl+C with the field's text selected")
         << "field+selection" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier)
         << noText << false << nothing;
@@ -145,40 +145,39 @@ void TestFloatingPanel::routesKeys_data()
     QTest::newRow("Ctrl+Return") << "content" << int(Qt::Key_Return)
                                  << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
                                  << "enter";
-    QTest::newRow("Return while editing") << "field" << int(Qt::Key_Return) << none
-                                          << QStringLiteral("\r") << false << nothing;
+    QTest::newRow("Return while editing")
+        << "field" << int(Qt::Key_Return) << none << QStringLiteral("\r") << false << nothing;
     QTest::newRow("3") << "content" << int(Qt::Key_3) << none << QStringLiteral("3") << true
                        << "number 3";
-    QTest::newRow("3 with the answer focused") << "answer" << int(Qt::Key_3) << none
-                                               << QStringLiteral("3") << true << "number 3";
+    QTest::newRow("3 with the answer focused")
+        << "answer" << int(Qt::Key_3) << none << QStringLiteral("3") << true << "number 3";
     QTest::newRow("keypad 7") << "content" << int(Qt::Key_7)
                               << Qt::KeyboardModifiers(Qt::KeypadModifier) << QStringLiteral("7")
                               << true << "number 7";
     QTest::newRow("9") << "content" << int(Qt::Key_9) << none << QStringLiteral("9") << true
                        << "number 9";
-    QTest::newRow("Shift gives a digit") << "content" << int(Qt::Key_Ampersand)
-                                         << Qt::KeyboardModifiers(Qt::ShiftModifier)
-                                         << QStringLiteral("1") << true << "number 1";
-    QTest::newRow("Shift+3 typing #") << "content" << int(Qt::Key_NumberSign)
-                                      << Qt::KeyboardModifiers(Qt::ShiftModifier)
-                                      << QStringLiteral("#") << false << nothing;
+    QTest::newRow("Shift gives a digit")
+        << "content" << int(Qt::Key_Ampersand) << Qt::KeyboardModifiers(Qt::ShiftModifier)
+        << QStringLiteral("1") << true << "number 1";
+    QTest::newRow("Shift+3 typing #")
+        << "content" << int(Qt::Key_NumberSign) << Qt::KeyboardModifiers(Qt::ShiftModifier)
+        << QStringLiteral("#") << false << nothing;
     QTest::newRow("0") << "content" << int(Qt::Key_0) << none << QStringLiteral("0") << false
                        << nothing;
-    QTest::newRow("Alt+3") << "content" << int(Qt::Key_3)
-                           << Qt::KeyboardModifiers(Qt::AltModifier) << QStringLiteral("3")
-                           << false << nothing;
+    QTest::newRow("Alt+3") << "content" << int(Qt::Key_3) << Qt::KeyboardModifiers(Qt::AltModifier)
+                           << QStringLiteral("3") << false << nothing;
     QTest::newRow("Ctrl+3") << "content" << int(Qt::Key_3)
                             << Qt::KeyboardModifiers(Qt::ControlModifier) << QStringLiteral("3")
                             << false << nothing;
     QTest::newRow("Super+3") << "content" << int(Qt::Key_3)
                              << Qt::KeyboardModifiers(Qt::MetaModifier) << QStringLiteral("3")
                              << false << nothing;
-    QTest::newRow("3 while editing") << "field" << int(Qt::Key_3) << none << QStringLiteral("3")
-                                     << false << nothing;
-    QTest::newRow("a letter") << "content" << int(Qt::Key_A) << none << QStringLiteral("a")
-                              << false << nothing;
-    QTest::newRow("a key without text") << "content" << int(Qt::Key_F5) << none << noText << false
-                                        << nothing;
+    QTest::newRow("3 while editing")
+        << "field" << int(Qt::Key_3) << none << QStringLiteral("3") << false << nothing;
+    QTest::newRow("a letter") << "content" << int(Qt::Key_A) << none << QStringLiteral("a") << false
+                              << nothing;
+    QTest::newRow("a key without text")
+        << "content" << int(Qt::Key_F5) << none << noText << false << nothing;
 }
 
 void TestFloatingPanel::routesKeys()
@@ -457,8 +456,7 @@ void TestFloatingPanel::stripScrollsToTheCustomChip()
     }
     f->state->setPrompts(prompts);
     QQuickItem* chip = f->item("customPromptTag");
-    QTRY_COMPARE(strip->property("contentX").toReal() + strip->width(),
-                 chip->x() + chip->width());
+    QTRY_COMPARE(strip->property("contentX").toReal() + strip->width(), chip->x() + chip->width());
 }
 
 void TestFloatingPanel::streamsALongAnswer()

@@ -19,7 +19,8 @@ namespace {
 // A connection of the test's own, standing for "another application".
 class OtherClient {
 public:
-    OtherClient() : m_connection(xcb_connect(nullptr, nullptr))
+    OtherClient()
+        : m_connection(xcb_connect(nullptr, nullptr))
     {
         m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
     }
@@ -54,11 +55,10 @@ public:
 
     QByteArray text(xcb_window_t window, const char* name)
     {
-        auto* reply = xcb_get_property_reply(
-            m_connection,
-            xcb_get_property(m_connection, 0, window, atom(name), XCB_GET_PROPERTY_TYPE_ANY, 0,
-                             1024),
-            nullptr);
+        auto* reply = xcb_get_property_reply(m_connection,
+                                             xcb_get_property(m_connection, 0, window, atom(name),
+                                                              XCB_GET_PROPERTY_TYPE_ANY, 0, 1024),
+                                             nullptr);
         QByteArray value;
         if (reply) {
             value = QByteArray(static_cast<const char*>(xcb_get_property_value(reply)),
@@ -82,8 +82,8 @@ public:
     xcb_window_t createWindow()
     {
         const xcb_window_t window = xcb_generate_id(m_connection);
-        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, 100, 100, 300, 200,
-                          0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, 100, 100, 300, 200, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
         xcb_map_window(m_connection, window);
         xcb_flush(m_connection);
         return window;
@@ -206,10 +206,10 @@ void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspace()
 void TestFloatingPanelX11::takesTheFocusFromAnotherApplication()
 {
     const xcb_window_t other = m_x.createWindow();
-    QTRY_VERIFY_WITH_TIMEOUT(run(QStringLiteral("xdotool"),
-                                 {QStringLiteral("windowactivate"), QStringLiteral("--sync"),
-                                  QString::number(other)}),
-                             5000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        run(QStringLiteral("xdotool"),
+            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(other)}),
+        5000);
     QTRY_COMPARE(m_x.activeWindow(), other);
 
     f->panel->centerAndShow();

@@ -17,12 +17,10 @@ namespace {
 
 Q_LOGGING_CATEGORY(lcPanelX11, "ravelo.panel")
 
-template<typename T>
-struct FreeDeleter {
+template<typename T> struct FreeDeleter {
     void operator()(T* p) const { std::free(p); }
 };
-template<typename T>
-using Reply = std::unique_ptr<T, FreeDeleter<T>>;
+template<typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
 
 // Source indication of `_NET_ACTIVE_WINDOW`: a pager acts for the user, so window managers
 // with focus-stealing prevention honour it.
@@ -69,7 +67,8 @@ X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection, int s
     const QByteArray selection = "_NET_WM_CM_S" + QByteArray::number(screenNumber);
     m_cmSelection = atom(selection.constData());
 
-    const xcb_query_extension_reply_t* xfixes = xcb_get_extension_data(m_connection, &xcb_xfixes_id);
+    const xcb_query_extension_reply_t* xfixes =
+        xcb_get_extension_data(m_connection, &xcb_xfixes_id);
     if (xfixes && xfixes->present) {
         m_xfixesFirstEvent = xfixes->first_event;
         Reply<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
@@ -87,7 +86,8 @@ X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection, int s
 
     m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection),
                                                    QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, &X11PanelWindowSupport::readEvents);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this,
+            &X11PanelWindowSupport::readEvents);
 }
 
 X11PanelWindowSupport::~X11PanelWindowSupport()
@@ -101,8 +101,7 @@ xcb_atom_t X11PanelWindowSupport::atom(const char* name)
 {
     Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
         m_connection,
-        xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name),
-        nullptr));
+        xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
     return reply ? reply->atom : XCB_NONE;
 }
 
@@ -117,8 +116,8 @@ bool X11PanelWindowSupport::windowManagerSupports(xcb_atom_t feature)
 {
     Reply<xcb_get_property_reply_t> check(xcb_get_property_reply(
         m_connection,
-        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTING_WM_CHECK"),
-                         XCB_ATOM_WINDOW, 0, 1),
+        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW,
+                         0, 1),
         nullptr));
     if (!check || xcb_get_property_value_length(check.get()) != sizeof(xcb_window_t)) {
         return false;
