@@ -1,0 +1,80 @@
+#pragma once
+
+#include "model/Prompt.h"
+
+#include <QPointer>
+#include <QQuickWindow>
+
+#include <functional>
+#include <memory>
+
+class PanelWindowSupport;
+class QQmlEngine;
+class QQuickItem;
+
+/// The quick panel's window: frameless, above other windows, on every workspace, never in a
+/// task bar, draggable by its background, hosting `FloatingPanelView`. It sees every key
+/// pressed in it before the focused item does and turns a few of them into its owner's
+/// callbacks; everything else reaches the view as usual.
+class FloatingPanel : public QQuickWindow {
+    Q_OBJECT
+
+public:
+    /// Transparent space around the card where its shadows fall, on each side.
+    static constexpr int shadowMargin = 200;
+
+    /// The view is created in `engine`, which must know the Ravelo module and its singletons.
+    explicit FloatingPanel(QQmlEngine* engine, QWindow* parent = nullptr);
+    ~FloatingPanel() override;
+
+    /// A digit key 1 to 9 was pressed while no text field was being edited.
+    std::function<void(int)> onNumberKeyPressed;
+    /// The copy shortcut was pressed with no text selected.
+    std::function<void()> onCopyResultAndClose;
+    /// Return or keypad Enter was pressed while no text field was being edited.
+    std::function<void()> onEnterPressed;
+    /// Esc was pressed while no text field was being edited; true keeps the panel open.
+    std::function<bool()> onEscPressed;
+
+    /// Places the panel centred on the screen under the pointer, its centre 100 px above the
+    /// middle of the available area, shows it and takes the keyboard focus.
+    void centerAndShow();
+
+    /// The FloatingPanelView item.
+    QQuickItem* view() const { return m_view; }
+    /// Whether the window has its shadow margin (a compositing manager is running).
+    bool hasShadowMargin() const { return m_margin > 0; }
+    /// Where the card is, in window coordinates.
+    QRectF cardGeometry() const;
+
+    /// Applies the key rules to one key press; true when the key was consumed.
+    bool routeKeyDown(const QKeyEvent& event);
+
+signals:
+    void promptSelected(const Prompt& prompt);
+    void customPromptSubmitted(const QString& text);
+    void closeRequested();
+    void openPreferencesRequested();
+    /// The panel was closed (Esc, the owner's `close()`, or the window manager).
+    void closed();
+
+protected:
+    bool event(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void exposeEvent(QExposeEvent* event) override;
+
+private slots:
+    void forwardPromptSelected(const QVariant& prompt);
+
+private:
+    void applyCompositing();
+    void fitToView();
+    void updateMask();
+    void focusContent();
+
+    std::unique_ptr<PanelWindowSupport> m_support;
+    QPointer<QQuickItem> m_view;
+    int m_margin = 0;
+    bool m_activationPending = false;
+    int m_activationAttempts = 0;
+};

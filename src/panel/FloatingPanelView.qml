@@ -1,0 +1,665 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Ravelo
+
+// Everything inside the quick panel: the copied text, the numbered prompts, the one-off
+// prompt field, the streamed answer and the close and preferences buttons. It reads
+// AppState and reports the user's choices through its signals; the window routes the
+// panel's keys itself.
+FocusScope {
+    id: root
+
+    // Transparent space on every side, where the window's shadows fall.
+    property int margin: 200
+    property bool shadowsVisible: true
+    // The displayed height of the clipboard box; the answer box is as tall, but never
+    // below 80.
+    readonly property real inputHeight: clipboardBox.height
+    readonly property alias usageCount: usage.count
+    readonly property bool showCaptions: usage.count < 10
+
+    signal promptSelected(var prompt)
+    signal customPromptSubmitted(string text)
+    signal close
+    signal openPreferences
+
+    implicitWidth: content.implicitWidth + 2 * margin
+    implicitHeight: content.implicitHeight + 2 * margin
+
+    // The trimmed custom prompt goes out, then the field is dismissed; a blank one is
+    // ignored and the field stays as it is.
+    function submitCustomPrompt() {
+        const text = AppState.customPromptText.trim()
+        if (text.length === 0)
+            return
+        root.customPromptSubmitted(text)
+        dismissCustomPrompt()
+    }
+
+    function dismissCustomPrompt() {
+        AppState.showCustomPromptInput = false
+        AppState.customPromptText = ""
+        customField.focus = false
+    }
+
+    function copyResult() {
+        PanelClipboard.setText(AppState.resultText)
+    }
+
+    // How many prompts have been run, as stored; it only decides whether the captions show.
+    QtObject {
+        id: usage
+
+        property int count: 0
+
+        function refresh() {
+            const stored = AppState.preferences.value("total_prompts_used")
+            count = typeof stored === "number" ? stored : 0
+        }
+
+        Component.onCompleted: refresh()
+    }
+
+    Connections {
+        target: AppState.preferences
+
+        function onChanged() {
+            usage.refresh()
+        }
+    }
+
+    // The answer is appended fragment by fragment to the text box's document; only a
+    // change that is not an append (clearing, an error message) replaces the whole text.
+    QtObject {
+        id: answerFeed
+
+        property bool appending: false
+    }
+
+    Connections {
+        target: AppState
+
+        function onResultTextAppended(fragment) {
+            answerText.append(fragment)
+            answerFeed.appending = true
+        }
+
+        function onResultTextChanged() {
+            if (answerFeed.appending) {
+                answerFeed.appending = false
+                return
+            }
+            answerText.reset(AppState.resultText)
+        }
+
+        function onClipboardTextChanged() {
+            clipboardText.reset(AppState.clipboardText)
+        }
+    }
+
+    PanelShadow {
+        anchors.fill: parent
+        visible: root.shadowsVisible
+        shape: Qt.rect(content.x + card.x, content.y + card.y, card.width, card.height)
+        cornerRadius: 48
+        blurRadius: 84
+        offsetY: 4
+        color: Qt.rgba(0, 0, 0, 0.1)
+    }
+
+    PanelShadow {
+        anchors.fill: parent
+        visible: root.shadowsVisible
+        shape: Qt.rect(content.x + card.x, content.y + card.y, card.width, card.height)
+        cornerRadius: 48
+        blurRadius: 48
+        offsetY: 32
+        color: Qt.rgba(0, 0, 0, 0.4)
+    }
+
+    Column {
+        id: content
+
+        x: root.margin
+        y: root.margin
+        spacing: 12
+
+        Item {
+            id: card
+
+            objectName: "panelCard"
+            width: 544
+            height: cardColumn.implicitHeight
+
+            Rectangle {
+                anchors.fill: parent
+                radius: 48
+                color: PanelPalette.panelBackground
+            }
+
+            // The card is moved by dragging its background.
+            MouseArea {
+                id: dragArea
+
+                property point pressOrigin
+                property bool manualMove: false
+
+                anchors.fill: parent
+                acceptedButtons: Qt.LeftButton
+                onPressed: mouse => {
+                    manualMove = !Window.window.startSystemMove()
+                    pressOrigin = Qt.point(mouse.x, mouse.y)
+                }
+                onPositionChanged: mouse => {
+                    if (manualMove && pressed) {
+                        Window.window.x += mouse.x - pressOrigin.x
+                        Window.window.y += mouse.y - pressOrigin.y
+                    }
+                }
+            }
+
+            Column {
+                id: cardColumn
+
+                width: parent.width
+                spacing: 0
+
+                Column {
+                    id: clipboardSection
+
+                    width: parent.width
+                    leftPadding: 32
+                    rightPadding: 32
+                    topPadding: 28
+                    bottomPadding: 16
+                    spacing: root.showCaptions ? 6 : 0
+
+                    Text {
+                        visible: root.showCaptions
+                        text: "input"
+                        color: PanelPalette.captionText
+                        font.family: PanelPalette.family
+                        font.pixelSize: 12
+                        font.weight: Font.Normal
+                    }
+
+                    ContentFittingScrollView {
+                        id: clipboardBox
+
+                        objectName: "clipboardBox"
+                        width: parent.width - 64
+                        maxHeight: 250
+
+                        PanelText {
+                            id: clipboardText
+
+                            objectName: "clipboardText"
+                            width: parent.width
+                            placeholder: "No text on clipboard"
+                            Component.onCompleted: reset(AppState.clipboardText)
+                        }
+                    }
+                }
+
+                Item {
+                    id: stripBand
+
+                    width: parent.width
+                    height: 50
+
+                    Column {
+                        width: parent.width
+
+                        Rectangle {
+                            width: parent.width
+                            height: 25
+                            color: PanelPalette.panelBackground
+                        }
+                        Rectangle {
+                            width: parent.width
+                            height: 0.5
+                            color: PanelPalette.stripDivider
+                        }
+                        Rectangle {
+                            width: parent.width
+                            height: 24.5
+                            gradient: Gradient {
+                                GradientStop {
+                                    position: 0
+                                    color: Qt.rgba(0, 0, 0, 0.1)
+                                }
+                                GradientStop {
+                                    position: 1
+                                    color: PanelPalette.panelBackground
+                                }
+                            }
+                        }
+                    }
+
+                    Flickable {
+                        id: promptStrip
+
+                        objectName: "promptStrip"
+                        anchors.fill: parent
+                        visible: !AppState.showCustomPromptInput
+                        clip: true
+                        contentWidth: chipRow.width
+                        contentHeight: height
+                        flickableDirection: Flickable.HorizontalFlick
+                        boundsBehavior: Flickable.StopAtBounds
+
+                        property int promptCount: AppState.prompts.length
+
+                        // New or removed prompts bring the custom chip, the strip's end, into view.
+                        onPromptCountChanged: {
+                            chipRow.forceLayout()
+                            const target = Math.max(0, Math.min(customChip.x + customChip.width - width,
+                                                                contentWidth - width))
+                            stripScroll.stop()
+                            stripScroll.to = target
+                            stripScroll.start()
+                        }
+
+                        NumberAnimation {
+                            id: stripScroll
+
+                            target: promptStrip
+                            property: "contentX"
+                            duration: 250
+                            easing.type: Easing.Bezier
+                            easing.bezierCurve: [0, 0, 0.58, 1, 1, 1]
+                        }
+
+                        Row {
+                            id: chipRow
+
+                            anchors.verticalCenter: parent.verticalCenter
+                            leftPadding: 28
+                            rightPadding: 28
+                            spacing: 8
+
+                            Repeater {
+                                model: AppState.prompts
+
+                                Chip {
+                                    required property var modelData
+
+                                    objectName: "promptChip"
+                                    badge: String(modelData.number)
+                                    badgeFont.pixelSize: 13
+                                    badgeColor: PanelPalette.primaryText
+                                    title: modelData.title
+                                    tip: "Press " + modelData.number + " \u2014 " + modelData.title
+                                    onClicked: root.promptSelected(modelData)
+                                }
+                            }
+
+                            Chip {
+                                id: customChip
+
+                                objectName: "customPromptTag"
+                                badge: "ENTER"
+                                badgeFont.pixelSize: 11
+                                badgeColor: PanelPalette.captionText
+                                title: "Custom prompt"
+                                tip: "Press Enter \u2014 Custom prompt"
+                                onClicked: AppState.showCustomPromptInput = true
+                            }
+                        }
+                    }
+
+                    Rectangle {
+                        id: customPromptField
+
+                        objectName: "customPromptField"
+                        visible: AppState.showCustomPromptInput
+                        x: 24
+                        width: parent.width - 48
+                        height: 36
+                        anchors.verticalCenter: parent.verticalCenter
+                        radius: 10
+                        color: PanelPalette.fieldFill
+                        border.color: PanelPalette.chipBorder
+                        border.width: 1
+
+                        onVisibleChanged: {
+                            if (visible)
+                                customField.forceActiveFocus()
+                        }
+
+                        Row {
+                            anchors.fill: parent
+                            leftPadding: 14
+                            rightPadding: 14
+                            spacing: 8
+
+                            TextField {
+                                id: customField
+
+                                objectName: "customField"
+                                width: parent.width - 28 - 8 - sendButton.width
+                                anchors.verticalCenter: parent.verticalCenter
+                                padding: 0
+                                background: null
+                                placeholderText: "Custom prompt"
+                                placeholderTextColor: PanelPalette.placeholderText
+                                color: PanelPalette.primaryText
+                                selectionColor: Qt.rgba(1, 1, 1, 0.3)
+                                selectedTextColor: PanelPalette.primaryText
+                                font.family: PanelPalette.family
+                                font.pixelSize: 14
+                                font.weight: Font.Medium
+                                text: AppState.customPromptText
+                                onTextEdited: AppState.customPromptText = text
+                                onAccepted: root.submitCustomPrompt()
+                                Keys.onEscapePressed: event => {
+                                    root.dismissCustomPrompt()
+                                    event.accepted = true
+                                }
+                            }
+
+                            AbstractButton {
+                                id: sendButton
+
+                                objectName: "sendButton"
+                                anchors.verticalCenter: parent.verticalCenter
+                                width: 20
+                                height: 20
+                                hoverEnabled: true
+                                focusPolicy: Qt.NoFocus
+                                ToolTip.visible: hovered
+                                ToolTip.delay: 600
+                                ToolTip.text: "Send custom prompt (Enter)"
+                                onClicked: root.submitCustomPrompt()
+
+                                contentItem: PanelIcon {
+                                    symbol: "paperplane.fill"
+                                    name: "document-send-symbolic"
+                                    size: 13
+                                    color: PanelPalette.primaryText
+                                }
+                                background: Item {}
+                            }
+                        }
+                    }
+                }
+
+                Column {
+                    id: resultSection
+
+                    width: parent.width
+                    leftPadding: 32
+                    rightPadding: 32
+                    topPadding: 12
+                    bottomPadding: 28
+                    spacing: root.showCaptions ? 6 : 0
+
+                    readonly property bool hasCustomPrompt: AppState.lastCustomPromptText !== null
+                                                            && AppState.lastCustomPromptText !== undefined
+
+                    AbstractButton {
+                        id: saveButton
+
+                        objectName: "saveButton"
+                        visible: resultSection.hasCustomPrompt
+                        hoverEnabled: true
+                        focusPolicy: Qt.NoFocus
+                        padding: 0
+                        ToolTip.visible: hovered
+                        ToolTip.delay: 600
+                        ToolTip.text: "Save this custom prompt as a quick action"
+                        onClicked: AppState.saveCustomPromptAsQuickAction()
+
+                        contentItem: Text {
+                            text: "save prompt?"
+                            color: saveButton.palette.highlight
+                            font.family: PanelPalette.family
+                            font.pixelSize: 12
+                            font.weight: Font.Medium
+                        }
+                        background: Item {}
+                    }
+
+                    Text {
+                        objectName: "outputCaption"
+                        visible: !resultSection.hasCustomPrompt && root.showCaptions
+                        text: "output"
+                        color: PanelPalette.captionText
+                        font.family: PanelPalette.family
+                        font.pixelSize: 12
+                        font.weight: Font.Normal
+                    }
+
+                    Item {
+                        id: answerBox
+
+                        objectName: "answerBox"
+                        readonly property bool thinking: AppState.isLoading && answerText.empty
+
+                        width: parent.width - 64
+                        height: Math.max(80, root.inputHeight)
+
+                        Flickable {
+                            id: answerFlick
+
+                            anchors.fill: parent
+                            visible: !answerBox.thinking
+                            clip: true
+                            contentWidth: width
+                            contentHeight: answerText.height
+                            flickableDirection: Flickable.VerticalFlick
+                            boundsBehavior: Flickable.StopAtBounds
+
+                            ScrollBar.vertical: PanelScrollBar {}
+
+                            PanelText {
+                                id: answerText
+
+                                objectName: "answerText"
+                                width: answerFlick.width
+                                placeholder: "Select a prompt above to get started"
+                                Component.onCompleted: reset(AppState.resultText)
+                            }
+                        }
+
+                        Row {
+                            objectName: "thinking"
+                            visible: answerBox.thinking
+                            topPadding: 8
+                            bottomPadding: 8
+                            spacing: 8
+
+                            Spinner {
+                                anchors.verticalCenter: parent.verticalCenter
+                                color: PanelPalette.primaryText
+                                running: answerBox.thinking
+                            }
+
+                            Text {
+                                anchors.verticalCenter: parent.verticalCenter
+                                text: "Thinking\u2026"
+                                color: PanelPalette.placeholderText
+                                font.family: PanelPalette.family
+                                font.pixelSize: 16
+                                font.weight: Font.Normal
+                            }
+                        }
+                    }
+
+                    Item {
+                        width: copyButton.implicitWidth
+                        height: copyButton.implicitHeight + 6
+
+                        AbstractButton {
+                            id: copyButton
+
+                            objectName: "copyButton"
+                            y: 6
+                            // Invisible but in place while there is nothing to copy, so nothing
+                            // below moves when the first text arrives.
+                            opacity: answerText.empty ? 0 : 1
+                            enabled: !answerText.empty
+                            hoverEnabled: true
+                            focusPolicy: Qt.NoFocus
+                            padding: 0
+                            ToolTip.visible: hovered && enabled
+                            ToolTip.delay: 600
+                            ToolTip.text: "Copy result to clipboard"
+                            onClicked: root.copyResult()
+
+                            contentItem: Row {
+                                spacing: 4
+
+                                PanelIcon {
+                                    anchors.verticalCenter: parent.verticalCenter
+                                    symbol: "doc.on.doc"
+                                    name: "edit-copy-symbolic"
+                                    size: 10
+                                    color: PanelPalette.captionText
+                                }
+
+                                Text {
+                                    anchors.verticalCenter: parent.verticalCenter
+                                    text: KeyNames.shortcut("Copy (\u2318C)")
+                                    color: PanelPalette.captionText
+                                    font.family: PanelPalette.family
+                                    font.pixelSize: 11
+                                    font.weight: Font.Medium
+                                }
+                            }
+                            background: Item {}
+                        }
+                    }
+                }
+            }
+
+            Rectangle {
+                anchors.fill: parent
+                radius: 48
+                color: "transparent"
+                border.color: "black"
+                border.width: 1
+            }
+
+            Rectangle {
+                anchors.fill: parent
+                anchors.margins: 1
+                radius: 47
+                color: "transparent"
+                border.color: PanelPalette.panelBorder
+                border.width: 1
+            }
+        }
+
+        Row {
+            id: controlButtons
+
+            objectName: "controlButtons"
+            anchors.horizontalCenter: parent.horizontalCenter
+            spacing: 8
+
+            RoundButton_ {
+                objectName: "closeButton"
+                symbol: "xmark"
+                iconName: "window-close-symbolic"
+                iconSize: 11
+                tip: "Close (Esc)"
+                onClicked: root.close()
+            }
+
+            RoundButton_ {
+                objectName: "preferencesButton"
+                symbol: "ellipsis"
+                iconName: "view-more-symbolic"
+                iconSize: 13
+                tip: "Preferences"
+                onClicked: root.openPreferences()
+            }
+        }
+    }
+
+    // A numbered prompt chip, or the custom-prompt chip.
+    component Chip: AbstractButton {
+        id: chip
+
+        property string badge
+        property alias badgeFont: badgeLabel.font
+        property alias badgeColor: badgeLabel.color
+        property string title
+        property string tip
+
+        height: 32
+        leftPadding: 12
+        rightPadding: 12
+        topPadding: 0
+        bottomPadding: 0
+        hoverEnabled: true
+        focusPolicy: Qt.NoFocus
+        ToolTip.visible: hovered
+        ToolTip.delay: 600
+        ToolTip.text: tip
+
+        contentItem: Row {
+            spacing: 5
+
+            Text {
+                id: badgeLabel
+
+                anchors.verticalCenter: parent.verticalCenter
+                text: chip.badge
+                font.family: PanelPalette.family
+                font.weight: Font.Bold
+            }
+
+            Text {
+                anchors.verticalCenter: parent.verticalCenter
+                text: chip.title
+                maximumLineCount: 1
+                elide: Text.ElideRight
+                color: PanelPalette.primaryText
+                font.family: PanelPalette.family
+                font.pixelSize: 13
+                font.weight: Font.Medium
+            }
+        }
+
+        background: ChipBackground {
+            radius: 8
+            startColor: PanelPalette.panelBackground
+            endColor: PanelPalette.chipGradientEnd
+            borderColor: PanelPalette.chipBorder
+        }
+    }
+
+    // One of the two round buttons under the card.
+    component RoundButton_: AbstractButton {
+        id: roundButton
+
+        property string symbol
+        property string iconName
+        property real iconSize
+        property string tip
+
+        width: 28
+        height: 28
+        hoverEnabled: true
+        focusPolicy: Qt.NoFocus
+        ToolTip.visible: hovered
+        ToolTip.delay: 600
+        ToolTip.text: tip
+
+        contentItem: Item {
+            PanelIcon {
+                anchors.centerIn: parent
+                symbol: roundButton.symbol
+                name: roundButton.iconName
+                size: roundButton.iconSize
+                color: PanelPalette.controlButtonIcon
+            }
+        }
+        background: Rectangle {
+            radius: width / 2
+            color: PanelPalette.controlButtonFill
+        }
+    }
+}

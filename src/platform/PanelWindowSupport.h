@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QObject>
+
+#include <memory>
+
+class QWindow;
+
+/// What the quick panel needs from the window system beyond Qt's window flags: showing on
+/// every workspace without a task bar or pager entry, taking the keyboard focus from another
+/// application, and knowing whether a compositing manager draws translucent windows.
+class PanelWindowSupport : public QObject {
+    Q_OBJECT
+
+public:
+    /// The X11 implementation under the xcb platform, otherwise one that relies on Qt alone.
+    static std::unique_ptr<PanelWindowSupport> create();
+
+    using QObject::QObject;
+    ~PanelWindowSupport() override = default;
+
+    /// Whether translucent pixels are blended with what lies below the window.
+    virtual bool isCompositing() const = 0;
+    /// Marks the window before it is mapped: every workspace, above others, no task bar or
+    /// pager entry.
+    virtual void prepareToMap(QWindow* window) = 0;
+    /// Gives the mapped window the keyboard focus, even when another application holds it.
+    virtual void activate(QWindow* window) = 0;
+
+signals:
+    void compositingChanged();
+};

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "platform/PanelWindowSupport.h"
+
+/// For platforms where Qt's own window handling is all there is (Wayland, offscreen): the
+/// compositor always blends, and focus goes through `QWindow::requestActivate`.
+class NullPanelWindowSupport : public PanelWindowSupport {
+    Q_OBJECT
+
+public:
+    using PanelWindowSupport::PanelWindowSupport;
+
+    bool isCompositing() const override { return true; }
+    void prepareToMap(QWindow*) override {}
+    void activate(QWindow* window) override;
+};

@@ -1,0 +1,491 @@
+#include "PanelFixture.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QQuickTextDocument>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QTextDocument>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <optional>
+
+Q_IMPORT_QML_PLUGIN(RaveloPlugin)
+
+class TestFloatingPanel : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void routesKeys_data();
+    void routesKeys();
+    void digitsTypeIntoTheCustomField();
+    void copyShortcutCopiesASelectionNormally();
+    void escClosesAndTheNextShowPlacesAnew();
+    void placesAboveTheMiddleOfTheScreen();
+    void keepsItsTopEdgeWhenItGrows();
+    void forwardsTheViewsChoices();
+    void submitsTrimmedCustomPrompts_data();
+    void submitsTrimmedCustomPrompts();
+    void escInTheFieldDismissesIt();
+    void answerBoxFollowsTheClipboardBox();
+    void copyButtonKeepsItsPlace();
+    void captionsDisappearAfterTenRuns();
+    void stripScrollsToTheCustomChip();
+    void streamsALongAnswer();
+
+private:
+    QString answerText() const;
+    QPointF centreOf(const char* name) const;
+    void click(const char* name);
+
+    std::unique_ptr<PanelFixture> f;
+    std::optional<int> m_number;
+    int m_copies = 0;
+    int m_enters = 0;
+    int m_escapes = 0;
+    bool m_escConsumes = false;
+};
+
+void TestFloatingPanel::init()
+{
+    f = std::make_unique<PanelFixture>();
+    m_number.reset();
+    m_copies = m_enters = m_escapes = 0;
+    m_escConsumes = false;
+    f->panel->onNumberKeyPressed = [this](int n) { m_number = n; };
+    f->panel->onCopyResultAndClose = [this] { ++m_copies; };
+    f->panel->onEnterPressed = [this] { ++m_enters; };
+    f->panel->onEscPressed = [this] {
+        ++m_escapes;
+        return m_escConsumes;
+    };
+    f->state->setClipboardText(QStringLiteral("Some copied text"));
+    QVERIFY(f->showAndFocus());
+}
+
+void TestFloatingPanel::cleanup()
+{
+    f.reset();
+}
+
+QString TestFloatingPanel::answerText() const
+{
+    auto* doc = f->item("answerText")->property("textDocument").value<QQuickTextDocument*>();
+    return doc->textDocument()->toPlainText();
+}
+
+QPointF TestFloatingPanel::centreOf(const char* name) const
+{
+    QQuickItem* item = f->item(name);
+    return item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+}
+
+void TestFloatingPanel::click(const char* name)
+{
+    QTest::mouseClick(f->panel.get(), Qt::LeftButton, {}, centreOf(name).toPoint());
+}
+
+void TestFloatingPanel::routesKeys_data()
+{
+    QTest::addColumn<QString>("focus");
+    QTest::addColumn<int>("key");
+    QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("consumed");
+    QTest::addColumn<QString>("outcome");
+
+    const Qt::KeyboardModifiers none;
+    const QString noText;
+    const QString nothing = QStringLiteral("nothing");
+    QTest::newRow("Esc closes") << "content" << int(Qt::Key_Escape) << none << noText << true
+                                << "esc+closed";
+    QTest::newRow("Esc with modifiers")
+        << "content" << int(Qt::Key_Escape) << Qt::KeyboardModifiers(Qt::ShiftModifier) << noText
+        << true << "esc+closed";
+    QTest::newRow("Esc kept by the owner")
+        << "content+keep" << int(Qt::Key_Escape) << none << noText << true << "esc";
+    QTest::newRow("Esc while editing")
+        << "field" << int(Qt::Key_Escape) << none << noText << false << nothing;
+    QTest::newRow("Ctrl+C") << "content" << int(Qt::Key_C)
+                            << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
+                            << "copy";
+    QTest::newRow("Ctrl+C while editing, nothing selected")
+        << "field" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
+        << "copy";
+    QTest::newRow("Ctrl+C with the field's text selected")
+        << "field+selection" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier)
+        << noText << false << nothing;
+    QTest::newRow("Ctrl+C with the answer selected")
+        << "answer+selection" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier)
+        << noText << false << nothing;
+    QTest::newRow("Ctrl+C in the answer, nothing selected")
+        << "answer" << int(Qt::Key_C) << Qt::KeyboardModifiers(Qt::ControlModifier) << noText
+        << true << "copy";
+    QTest::newRow("Ctrl+Super+C") << "content" << int(Qt::Key_C)
+                                  << (Qt::ControlModifier | Qt::MetaModifier) << noText << true
+                                  << "copy";
+    QTest::newRow("Ctrl+Shift+C") << "content" << int(Qt::Key_C)
+                                  << (Qt::ControlModifier | Qt::ShiftModifier) << noText << false
+                                  << nothing;
+    QTest::newRow("Ctrl+Alt+C") << "content" << int(Qt::Key_C)
+                                << (Qt::ControlModifier | Qt::AltModifier) << noText << false
+                                << nothing;
+    QTest::newRow("C alone") << "content" << int(Qt::Key_C) << none << QStringLiteral("c") << false
+                             << nothing;
+    QTest::newRow("Return") << "content" << int(Qt::Key_Return) << none << QStringLiteral("\r")
+                            << true << "enter";
+    QTest::newRow("keypad Enter") << "content" << int(Qt::Key_Enter)
+                                  << Qt::KeyboardModifiers(Qt::KeypadModifier)
+                                  << QStringLiteral("\r") << true << "enter";
+    QTest::newRow("Shift+Return") << "content" << int(Qt::Key_Return)
+                                  << Qt::KeyboardModifiers(Qt::ShiftModifier)
+                                  << QStringLiteral("\r") << true << "enter";
+    QTest::newRow("Ctrl+Return") << "content" << int(Qt::Key_Return)
+                                 << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
+                                 << "enter";
+    QTest::newRow("Return while editing")
+        << "field" << int(Qt::Key_Return) << none << QStringLiteral("\r") << false << nothing;
+    QTest::newRow("3") << "content" << int(Qt::Key_3) << none << QStringLiteral("3") << true
+                       << "number 3";
+    QTest::newRow("3 with the answer focused")
+        << "answer" << int(Qt::Key_3) << none << QStringLiteral("3") << true << "number 3";
+    QTest::newRow("keypad 7") << "content" << int(Qt::Key_7)
+                              << Qt::KeyboardModifiers(Qt::KeypadModifier) << QStringLiteral("7")
+                              << true << "number 7";
+    QTest::newRow("9") << "content" << int(Qt::Key_9) << none << QStringLiteral("9") << true
+                       << "number 9";
+    QTest::newRow("Shift gives a digit")
+        << "content" << int(Qt::Key_Ampersand) << Qt::KeyboardModifiers(Qt::ShiftModifier)
+        << QStringLiteral("1") << true << "number 1";
+    QTest::newRow("Shift+3 typing #")
+        << "content" << int(Qt::Key_NumberSign) << Qt::KeyboardModifiers(Qt::ShiftModifier)
+        << QStringLiteral("#") << false << nothing;
+    QTest::newRow("0") << "content" << int(Qt::Key_0) << none << QStringLiteral("0") << false
+                       << nothing;
+    QTest::newRow("Alt+3") << "content" << int(Qt::Key_3) << Qt::KeyboardModifiers(Qt::AltModifier)
+                           << QStringLiteral("3") << false << nothing;
+    QTest::newRow("Ctrl+3") << "content" << int(Qt::Key_3)
+                            << Qt::KeyboardModifiers(Qt::ControlModifier) << QStringLiteral("3")
+                            << false << nothing;
+    QTest::newRow("Super+3") << "content" << int(Qt::Key_3)
+                             << Qt::KeyboardModifiers(Qt::MetaModifier) << QStringLiteral("3")
+                             << false << nothing;
+    QTest::newRow("3 while editing")
+        << "field" << int(Qt::Key_3) << none << QStringLiteral("3") << false << nothing;
+    QTest::newRow("a letter") << "content" << int(Qt::Key_A) << none << QStringLiteral("a") << false
+                              << nothing;
+    QTest::newRow("a key without text")
+        << "content" << int(Qt::Key_F5) << none << noText << false << nothing;
+}
+
+void TestFloatingPanel::routesKeys()
+{
+    QFETCH(QString, focus);
+    QFETCH(int, key);
+    QFETCH(Qt::KeyboardModifiers, modifiers);
+    QFETCH(QString, text);
+    QFETCH(bool, consumed);
+    QFETCH(QString, outcome);
+
+    m_escConsumes = focus.endsWith(u"+keep");
+    if (focus.startsWith(u"field")) {
+        f->state->setShowCustomPromptInput(true);
+        f->state->setCustomPromptText(QStringLiteral("typed"));
+        QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+        if (focus.endsWith(u"+selection")) {
+            QMetaObject::invokeMethod(f->item("customField"), "selectAll");
+        }
+    } else if (focus.startsWith(u"answer")) {
+        f->state->setResultText(QStringLiteral("An answer"));
+        f->item("answerText")->forceActiveFocus();
+        QVERIFY(f->item("answerText")->hasActiveFocus());
+        if (focus.endsWith(u"+selection")) {
+            QMetaObject::invokeMethod(f->item("answerText"), "selectAll");
+        }
+    }
+
+    const QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
+    QCOMPARE(f->panel->routeKeyDown(event), consumed);
+
+    QStringList happened;
+    if (m_escapes) {
+        happened << QStringLiteral("esc");
+    }
+    if (!f->panel->isVisible()) {
+        happened << QStringLiteral("closed");
+    }
+    if (m_copies) {
+        happened << QStringLiteral("copy");
+    }
+    if (m_enters) {
+        happened << QStringLiteral("enter");
+    }
+    if (m_number) {
+        happened << QStringLiteral("number %1").arg(*m_number);
+    }
+    QCOMPARE(happened.isEmpty() ? QStringLiteral("nothing") : happened.join(u'+'), outcome);
+    if (outcome == u"enter" || outcome.startsWith(u"number")) {
+        // The key takes the focus from any text: nothing is being edited or selected.
+        QQuickItem* focused = f->panel->activeFocusItem();
+        QVERIFY(focused == f->panel->contentItem() || focused == f->panel->view());
+    }
+}
+
+void TestFloatingPanel::digitsTypeIntoTheCustomField()
+{
+    f->state->setShowCustomPromptInput(true);
+    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+    QTest::keyClick(f->panel.get(), Qt::Key_4);
+    QTest::keyClick(f->panel.get(), Qt::Key_2);
+    QCOMPARE(f->state->customPromptText(), QStringLiteral("42"));
+    QVERIFY(!m_number);
+    QTest::keyClick(f->panel.get(), Qt::Key_Escape);
+    QVERIFY(!f->state->showCustomPromptInput());
+    QCOMPARE(m_escapes, 0);
+    QTest::keyClick(f->panel.get(), Qt::Key_5);
+    QCOMPARE(m_number, 5);
+}
+
+void TestFloatingPanel::copyShortcutCopiesASelectionNormally()
+{
+    f->state->setResultText(QStringLiteral("Selected answer"));
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    f->item("answerText")->forceActiveFocus();
+    QMetaObject::invokeMethod(f->item("answerText"), "selectAll");
+    QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("Selected answer"));
+    QCOMPARE(m_copies, 0);
+    QMetaObject::invokeMethod(f->item("answerText"), "deselect");
+    QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
+    QCOMPARE(m_copies, 1);
+}
+
+void TestFloatingPanel::escClosesAndTheNextShowPlacesAnew()
+{
+    QSignalSpy closed(f->panel.get(), &FloatingPanel::closed);
+    QTest::qWait(300); // the clipboard box settles
+    f->panel->centerAndShow();
+    const QRect placed = f->panel->geometry();
+    f->panel->setPosition(placed.topLeft() + QPoint(37, 55));
+    QTest::keyClick(f->panel.get(), Qt::Key_Escape);
+    QCOMPARE(m_escapes, 1);
+    QVERIFY(!f->panel->isVisible());
+    QCOMPARE(closed.count(), 1);
+    QVERIFY(f->showAndFocus());
+    QCOMPARE(f->panel->geometry(), placed);
+    QTest::keyClick(f->panel.get(), Qt::Key_2);
+    QCOMPARE(m_number, 2);
+}
+
+void TestFloatingPanel::placesAboveTheMiddleOfTheScreen()
+{
+    const QRect area = f->panel->screen()->availableGeometry();
+    const QRect frame = f->panel->geometry();
+    QCOMPARE(frame.size(), QSize(qCeil(f->panel->view()->implicitWidth()),
+                                 qCeil(f->panel->view()->implicitHeight())));
+    QVERIFY(qAbs(frame.x() + frame.width() / 2.0 - (area.x() + area.width() / 2.0)) <= 1);
+    QVERIFY(qAbs(frame.y() + frame.height() / 2.0 - (area.y() + area.height() / 2.0 - 100)) <= 1);
+    // The card and its buttons sit in the middle of the shadow margin.
+    const QRectF card = f->panel->cardGeometry();
+    QCOMPARE(card.topLeft(), QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
+    QCOMPARE(card.width(), 544.0);
+}
+
+void TestFloatingPanel::keepsItsTopEdgeWhenItGrows()
+{
+    const QRect before = f->panel->geometry();
+    f->state->setClipboardText(QStringLiteral("A long line of copied text. ").repeated(40));
+    QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
+    QTRY_VERIFY(f->panel->height() > before.height());
+    QCOMPARE(f->panel->y(), before.y());
+    QCOMPARE(f->panel->x(), before.x());
+    QCOMPARE(f->panel->height(), qCeil(f->panel->view()->implicitHeight()));
+    const int grown = f->panel->height();
+    f->state->setClipboardText(QStringLiteral("short"));
+    QTRY_VERIFY(f->panel->height() < grown);
+    QCOMPARE(f->panel->y(), before.y());
+}
+
+void TestFloatingPanel::forwardsTheViewsChoices()
+{
+    QSignalSpy selected(f->panel.get(), &FloatingPanel::promptSelected);
+    QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
+    QSignalSpy preferences(f->panel.get(), &FloatingPanel::openPreferencesRequested);
+    QList<Prompt> prompts{Prompt::create(7, QStringLiteral("Seven"), QStringLiteral("s7")),
+                          Prompt::create(2, QStringLiteral("Two"), QStringLiteral("s2"))};
+    f->state->setPrompts(prompts);
+    QTest::qWait(300); // the strip's scroll animation
+
+    QQuickItem* second = nullptr;
+    for (QQuickItem* item : f->item("customPromptTag")->parentItem()->childItems()) {
+        if (item->objectName() == u"promptChip" && item->property("badge").toString() == u"2") {
+            second = item;
+        }
+    }
+    QVERIFY(second);
+    QCOMPARE(second->property("tip").toString(), QStringLiteral("Press 2 \u2014 Two"));
+    QTest::mouseClick(f->panel.get(), Qt::LeftButton, {},
+                      second->mapToScene(QPointF(second->width() / 2, 16)).toPoint());
+    QCOMPARE(selected.count(), 1);
+    QCOMPARE(selected.at(0).at(0).value<Prompt>(), prompts.at(1));
+
+    click("customPromptTag");
+    QVERIFY(f->state->showCustomPromptInput());
+
+    click("closeButton");
+    QCOMPARE(closing.count(), 1);
+    click("preferencesButton");
+    QCOMPARE(preferences.count(), 1);
+    QVERIFY(f->panel->isVisible());
+}
+
+void TestFloatingPanel::submitsTrimmedCustomPrompts_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<bool>("bySendButton");
+    QTest::addColumn<QString>("submitted");
+
+    QTest::newRow("plain") << QStringLiteral("Shorter") << false << QStringLiteral("Shorter");
+    QTest::newRow("spaces and newlines around")
+        << QStringLiteral(" \n Make it formal \t\n") << false << QStringLiteral("Make it formal");
+    QTest::newRow("send button") << QStringLiteral("  Rhymes ") << true << QStringLiteral("Rhymes");
+    QTest::newRow("blank") << QStringLiteral(" \n\t ") << false << QString();
+    QTest::newRow("blank by send button") << QStringLiteral("   ") << true << QString();
+}
+
+void TestFloatingPanel::submitsTrimmedCustomPrompts()
+{
+    QFETCH(QString, typed);
+    QFETCH(bool, bySendButton);
+    QFETCH(QString, submitted);
+
+    QSignalSpy spy(f->panel.get(), &FloatingPanel::customPromptSubmitted);
+    f->state->setShowCustomPromptInput(true);
+    f->state->setCustomPromptText(typed);
+    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+    if (bySendButton) {
+        click("sendButton");
+    } else {
+        QTest::keyClick(f->panel.get(), Qt::Key_Return);
+    }
+    QCOMPARE(m_enters, 0);
+    if (submitted.isEmpty()) {
+        QCOMPARE(spy.count(), 0);
+        QVERIFY(f->state->showCustomPromptInput());
+        QCOMPARE(f->state->customPromptText(), typed);
+    } else {
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toString(), submitted);
+        QVERIFY(!f->state->showCustomPromptInput());
+        QCOMPARE(f->state->customPromptText(), QString());
+        QVERIFY(!f->item("customField")->hasActiveFocus());
+    }
+}
+
+void TestFloatingPanel::escInTheFieldDismissesIt()
+{
+    f->state->setShowCustomPromptInput(true);
+    f->state->setCustomPromptText(QStringLiteral("draft"));
+    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+    QTest::keyClick(f->panel.get(), Qt::Key_Escape);
+    QVERIFY(!f->state->showCustomPromptInput());
+    QCOMPARE(f->state->customPromptText(), QString());
+    QVERIFY(f->panel->isVisible());
+    QCOMPARE(m_escapes, 0);
+    QVERIFY(f->item("promptStrip")->isVisible());
+}
+
+void TestFloatingPanel::answerBoxFollowsTheClipboardBox()
+{
+    QTRY_COMPARE(f->item("answerBox")->height(), 80.0);
+    f->state->setClipboardText(QStringLiteral("Line\n").repeated(30));
+    QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
+    QCOMPARE(f->item("answerBox")->height(), 250.0);
+    f->state->setClipboardText(QString());
+    QTRY_COMPARE(f->item("answerBox")->height(), 80.0);
+    QVERIFY(f->item("clipboardBox")->height() < 80);
+}
+
+void TestFloatingPanel::copyButtonKeepsItsPlace()
+{
+    QQuickItem* button = f->item("copyButton");
+    QQuickItem* thinking = f->item("thinking");
+    QCOMPARE(button->opacity(), 0.0);
+    QVERIFY(!button->isEnabled());
+    const QPointF place = button->mapToScene(QPointF());
+    f->state->setIsLoading(true);
+    QVERIFY(thinking->isVisible());
+    f->state->appendResultText(QStringLiteral("First"));
+    QVERIFY(!thinking->isVisible());
+    QCOMPARE(button->opacity(), 1.0);
+    QCOMPARE(button->mapToScene(QPointF()), place);
+
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    click("copyButton");
+    QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("First"));
+    QVERIFY(f->panel->isVisible());
+    QCOMPARE(button->property("contentItem").value<QQuickItem*>()->childItems().size(), 2);
+}
+
+void TestFloatingPanel::captionsDisappearAfterTenRuns()
+{
+    QQuickItem* caption = f->item("outputCaption");
+    QVERIFY(caption->isVisible());
+    f->store->setInteger(Preferences::totalPromptsUsed, 9);
+    QVERIFY(caption->isVisible());
+    f->store->setInteger(Preferences::totalPromptsUsed, 10);
+    QVERIFY(!caption->isVisible());
+    QVERIFY(!f->item("saveButton")->isVisible());
+    f->state->setLastCustomPromptText(QStringLiteral("Make it shorter"));
+    QVERIFY(f->item("saveButton")->isVisible());
+    click("saveButton");
+    QCOMPARE(f->state->lastCustomPromptText(), std::nullopt);
+    QCOMPARE(f->state->prompts().last().systemPrompt, QStringLiteral("Make it shorter"));
+    QVERIFY(!f->item("saveButton")->isVisible());
+}
+
+void TestFloatingPanel::stripScrollsToTheCustomChip()
+{
+    auto* strip = f->item("promptStrip");
+    QCOMPARE(strip->property("contentX").toReal(), 0.0);
+    QList<Prompt> prompts = f->state->prompts();
+    for (int n = 4; n < 10; ++n) {
+        prompts << Prompt::create(n, QStringLiteral("Prompt number %1").arg(n), QString());
+    }
+    f->state->setPrompts(prompts);
+    QQuickItem* chip = f->item("customPromptTag");
+    QTRY_COMPARE(strip->property("contentX").toReal() + strip->width(), chip->x() + chip->width());
+}
+
+void TestFloatingPanel::streamsALongAnswer()
+{
+    f->state->setIsLoading(true);
+    QString expected;
+    const QString paragraph =
+        QStringLiteral("Streaming text arrives in small pieces, and each piece is appended. ");
+    int count = 0;
+    while (expected.size() < 100000) {
+        QString fragment = paragraph.mid(count % paragraph.size(), 5);
+        if (++count % 40 == 0) {
+            fragment += u'\n';
+        }
+        expected += fragment;
+        f->state->appendResultText(fragment);
+    }
+    QCOMPARE(answerText(), expected);
+    f->state->setIsLoading(false);
+
+    // An error replaces the whole answer; clearing empties it.
+    f->state->setResultText(QStringLiteral("Error: Invalid API URL."));
+    QCOMPARE(answerText(), QStringLiteral("Error: Invalid API URL."));
+    f->state->setResultText(QString());
+    QCOMPARE(answerText(), QString());
+    QCOMPARE(f->item("copyButton")->opacity(), 0.0);
+    f->state->appendResultText(QStringLiteral("again"));
+    QCOMPARE(answerText(), QStringLiteral("again"));
+}
+
+QTEST_MAIN(TestFloatingPanel)
+#include "tst_floatingpanel.moc"

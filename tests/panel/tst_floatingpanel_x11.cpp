@@ -1,0 +1,279 @@
+// The panel under a real X server with a real window manager (openbox) and, for part of the
+// test, a real compositing manager (xcompmgr). Keys are typed through XTest (xdotool).
+#include "PanelFixture.h"
+
+#include <QProcess>
+#include <QScreen>
+#include <QStandardPaths>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <cstring>
+
+Q_IMPORT_QML_PLUGIN(RaveloPlugin)
+
+namespace {
+
+// A connection of the test's own, standing for "another application".
+class OtherClient {
+public:
+    OtherClient()
+        : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+    }
+    ~OtherClient() { xcb_disconnect(m_connection); }
+
+    bool ok() const { return !xcb_connection_has_error(m_connection); }
+
+    xcb_atom_t atom(const char* name)
+    {
+        auto* reply = xcb_intern_atom_reply(
+            m_connection,
+            xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name),
+            nullptr);
+        const xcb_atom_t result = reply ? reply->atom : XCB_NONE;
+        std::free(reply);
+        return result;
+    }
+
+    QList<uint32_t> property(xcb_window_t window, const char* name, xcb_atom_t type)
+    {
+        auto* reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, window, atom(name), type, 0, 1024),
+            nullptr);
+        QList<uint32_t> values;
+        if (reply && reply->format == 32) {
+            const auto* data = static_cast<const uint32_t*>(xcb_get_property_value(reply));
+            values = QList<uint32_t>(data, data + xcb_get_property_value_length(reply) / 4);
+        }
+        std::free(reply);
+        return values;
+    }
+
+    QByteArray text(xcb_window_t window, const char* name)
+    {
+        auto* reply = xcb_get_property_reply(m_connection,
+                                             xcb_get_property(m_connection, 0, window, atom(name),
+                                                              XCB_GET_PROPERTY_TYPE_ANY, 0, 1024),
+                                             nullptr);
+        QByteArray value;
+        if (reply) {
+            value = QByteArray(static_cast<const char*>(xcb_get_property_value(reply)),
+                               xcb_get_property_value_length(reply));
+        }
+        std::free(reply);
+        return value;
+    }
+
+    xcb_window_t activeWindow()
+    {
+        const auto values = property(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW);
+        return values.isEmpty() ? XCB_NONE : values.first();
+    }
+
+    bool hasWindowManager()
+    {
+        return !property(m_root, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW).isEmpty();
+    }
+
+    xcb_window_t createWindow()
+    {
+        const xcb_window_t window = xcb_generate_id(m_connection);
+        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, 100, 100, 300, 200, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+        xcb_map_window(m_connection, window);
+        xcb_flush(m_connection);
+        return window;
+    }
+
+private:
+    xcb_connection_t* m_connection;
+    xcb_window_t m_root = XCB_NONE;
+};
+
+bool run(const QString& program, const QStringList& arguments)
+{
+    return QProcess::execute(program, arguments) == 0;
+}
+
+} // namespace
+
+class TestFloatingPanelX11 : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+    void isAFloatingPanelOnEveryWorkspace();
+    void takesTheFocusFromAnotherApplication();
+    void routesTypedKeys();
+    void shadowMarginFollowsTheCompositor();
+
+private:
+    xcb_window_t panelWindow() const { return static_cast<xcb_window_t>(f->panel->winId()); }
+    void startProcess(QProcess& process, const QString& program, const QStringList& arguments);
+
+    QProcess m_openbox;
+    QProcess m_compositor;
+    OtherClient m_x;
+    std::unique_ptr<PanelFixture> f;
+    QList<int> m_numbers;
+    int m_enters = 0;
+    int m_copies = 0;
+};
+
+void TestFloatingPanelX11::startProcess(QProcess& process, const QString& program,
+                                        const QStringList& arguments)
+{
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(program, arguments);
+    QVERIFY2(process.waitForStarted(), qPrintable(program));
+}
+
+void TestFloatingPanelX11::initTestCase()
+{
+    QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+    QVERIFY(m_x.ok());
+    for (const char* tool : {"openbox", "xcompmgr", "xdotool"}) {
+        QVERIFY2(!QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty(), tool);
+    }
+    startProcess(m_openbox, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+    QTRY_VERIFY_WITH_TIMEOUT(m_x.hasWindowManager(), 10000);
+}
+
+void TestFloatingPanelX11::cleanupTestCase()
+{
+    for (QProcess* process : {&m_compositor, &m_openbox}) {
+        if (process->state() != QProcess::NotRunning) {
+            process->terminate();
+            process->waitForFinished(3000);
+        }
+    }
+}
+
+void TestFloatingPanelX11::init()
+{
+    f = std::make_unique<PanelFixture>();
+    m_numbers.clear();
+    m_enters = m_copies = 0;
+    f->panel->onNumberKeyPressed = [this](int n) { m_numbers << n; };
+    f->panel->onEnterPressed = [this] { ++m_enters; };
+    f->panel->onCopyResultAndClose = [this] { ++m_copies; };
+    f->state->setClipboardText(QStringLiteral("Copied elsewhere"));
+}
+
+void TestFloatingPanelX11::cleanup()
+{
+    f.reset();
+}
+
+void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspace()
+{
+    QVERIFY(f->showAndFocus());
+    const xcb_window_t window = panelWindow();
+    QCOMPARE(m_x.text(window, "_NET_WM_NAME"), QByteArray("Ravelo"));
+    const auto states = m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
+    // Openbox keeps "on every desktop" in _NET_WM_DESKTOP alone and drops the sticky state.
+    for (const char* state :
+         {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"}) {
+        QVERIFY2(states.contains(m_x.atom(state)), state);
+    }
+    QCOMPARE(m_x.property(window, "_NET_WM_DESKTOP", XCB_ATOM_CARDINAL),
+             QList<uint32_t>{0xFFFFFFFF});
+    QVERIFY(m_x.property(window, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM)
+                .contains(m_x.atom("_NET_WM_WINDOW_TYPE_UTILITY")));
+
+    // Placement under the window manager follows the same rule as anywhere.
+    const QRect area = f->panel->screen()->availableGeometry();
+    const QRect frame = f->panel->geometry();
+    QVERIFY(qAbs(frame.center().x() - area.center().x()) <= 1);
+    QVERIFY(qAbs(frame.y() + frame.height() / 2 - (area.y() + area.height() / 2 - 100)) <= 1);
+
+    // Closed and shown again, it is marked the same way.
+    f->panel->close();
+    QTRY_VERIFY(!m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM)
+                     .contains(m_x.atom("_NET_WM_STATE_SKIP_PAGER")));
+    QVERIFY(f->showAndFocus());
+    QTRY_VERIFY(m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM)
+                    .contains(m_x.atom("_NET_WM_STATE_SKIP_TASKBAR")));
+}
+
+void TestFloatingPanelX11::takesTheFocusFromAnotherApplication()
+{
+    const xcb_window_t other = m_x.createWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(
+        run(QStringLiteral("xdotool"),
+            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(other)}),
+        5000);
+    QTRY_COMPARE(m_x.activeWindow(), other);
+
+    f->panel->centerAndShow();
+    QTRY_VERIFY_WITH_TIMEOUT(f->panel->isActive(), 5000);
+    QTRY_COMPARE(m_x.activeWindow(), panelWindow());
+
+    // The keyboard now reaches the panel.
+    QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("4")}));
+    QTRY_COMPARE(m_numbers, QList<int>{4});
+}
+
+void TestFloatingPanelX11::routesTypedKeys()
+{
+    QVERIFY(f->showAndFocus());
+    const auto key = [](const char* name) {
+        return run(QStringLiteral("xdotool"), {QStringLiteral("key"), QLatin1String(name)});
+    };
+    QVERIFY(key("2"));
+    QVERIFY(key("0"));
+    QVERIFY(key("alt+3"));
+    QVERIFY(key("KP_Enter"));
+    QVERIFY(key("ctrl+c"));
+    QTRY_COMPARE(m_copies, 1);
+    QCOMPARE(m_numbers, QList<int>{2});
+    QCOMPARE(m_enters, 1);
+
+    f->state->setShowCustomPromptInput(true);
+    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+    QVERIFY(key("7"));
+    QTRY_COMPARE(f->state->customPromptText(), QStringLiteral("7"));
+    QCOMPARE(m_numbers, QList<int>{2});
+
+    QVERIFY(key("Escape"));
+    QTRY_VERIFY(!f->state->showCustomPromptInput());
+    QVERIFY(f->panel->isVisible());
+    QVERIFY(key("Escape"));
+    QTRY_VERIFY(!f->panel->isVisible());
+}
+
+void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
+{
+    QVERIFY(f->showAndFocus());
+    QVERIFY(!f->panel->hasShadowMargin());
+    QCOMPARE(f->panel->width(), 544);
+    QVERIFY(!f->panel->mask().isEmpty());
+    // Without a compositor the window is cut to the card: its rounded corners are outside.
+    QVERIFY(!f->panel->mask().contains(QPoint(2, 2)));
+    QVERIFY(f->panel->mask().contains(QPoint(272, 100)));
+    const QPoint cardOnScreen = f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint());
+
+    startProcess(m_compositor, QStringLiteral("xcompmgr"), {});
+    QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
+    QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
+    QVERIFY(f->panel->mask().isEmpty());
+    QCOMPARE(f->panel->cardGeometry().topLeft(),
+             QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
+    QTRY_COMPARE(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()), cardOnScreen);
+
+    m_compositor.terminate();
+    QVERIFY(m_compositor.waitForFinished(3000));
+    QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
+    QTRY_COMPARE(f->panel->width(), 544);
+    QVERIFY(!f->panel->mask().isEmpty());
+}
+
+QTEST_MAIN(TestFloatingPanelX11)
+#include "tst_floatingpanel_x11.moc"
