@@ -5,13 +5,16 @@
 #include "app/PromptRun.h"
 #include "completion/CompletionStream.h"
 #include "model/PreferenceStore.h"
+#include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
 #include "platform/PlatformServices.h"
 #include "triggers/HotkeyManager.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QMessageBox>
 #include <QPointer>
+#include <QQmlEngine>
 
 #include <limits>
 
@@ -42,6 +45,7 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     , m_hotkeyManager(std::move(hotkeyManager))
     , m_accessibility(PlatformServices::createAccessibilityTrust())
 {
+    AppState::setQmlInstance(appState);
     m_clipboardDeadline.setSingleShot(true);
     m_clipboardDeadline.setInterval(clipboardWait);
     connect(&m_clipboardDeadline, &QTimer::timeout, this, &AppDelegate::readClipboard);
@@ -50,7 +54,20 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     }
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate()
+{
+    cancelCurrentRun();
+    // The panel's view lives in the engine: the window goes first.
+    delete m_panel;
+}
+
+QQmlEngine* AppDelegate::qmlEngine()
+{
+    if (!m_engine) {
+        m_engine = std::make_unique<QQmlEngine>();
+    }
+    return m_engine.get();
+}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -158,6 +175,34 @@ void AppDelegate::showPanel()
     qCDebug(lcApp, "Panel requested for %lld characters",
             qlonglong(m_appState->clipboardText().size()));
     emit panelRequested();
+    if (!m_panel) {
+        m_panel = new FloatingPanel(qmlEngine());
+        const QPointer<AppDelegate> self(this);
+        m_panel->onNumberKeyPressed = [self](int number) {
+            if (self) {
+                self->runPromptNumbered(number);
+            }
+        };
+        m_panel->onCopyResultAndClose = [self] {
+            if (self) {
+                self->copyResultAndClose();
+            }
+        };
+        m_panel->onEnterPressed = [self] {
+            if (self) {
+                self->showCustomInput();
+            }
+        };
+        m_panel->onEscPressed = [self] { return self && self->dismissCustomInput(); };
+        connect(m_panel, &FloatingPanel::promptSelected, this, &AppDelegate::runPrompt);
+        connect(m_panel, &FloatingPanel::customPromptSubmitted, this,
+                &AppDelegate::runCustomPrompt);
+        connect(m_panel, &FloatingPanel::closeRequested, this, &AppDelegate::closePanel);
+        connect(m_panel, &FloatingPanel::openPreferencesRequested, this,
+                &AppDelegate::openSettings);
+        connect(m_panel, &FloatingPanel::closed, this, &AppDelegate::windowWillClose);
+    }
+    m_panel->centerAndShow();
 }
 
 void AppDelegate::openSettings()
@@ -254,7 +299,9 @@ void AppDelegate::runCustomPrompt(const QString& text)
 
 void AppDelegate::closePanel()
 {
-    emit panelCloseRequested();
+    if (m_panel) {
+        m_panel->close();
+    }
 }
 
 void AppDelegate::windowWillClose()
@@ -263,4 +310,31 @@ void AppDelegate::windowWillClose()
     m_appState->setResultText(QString());
     m_appState->setIsLoading(false);
     m_appState->setLastCustomPromptText(std::nullopt);
+}
+
+void AppDelegate::showAbout()
+{
+    if (m_about) {
+        m_about->raise();
+        m_about->activateWindow();
+        return;
+    }
+    const QString version = QStringLiteral(RAVELO_VERSION).isEmpty()
+                                ? QStringLiteral("1.0")
+                                : QStringLiteral(RAVELO_VERSION);
+    const QString build =
+        QStringLiteral(RAVELO_BUILD).isEmpty() ? QStringLiteral("1") : QStringLiteral(RAVELO_BUILD);
+    m_about = new QMessageBox(QMessageBox::NoIcon, QStringLiteral("About Ravelo"),
+                              QStringLiteral("<b>Ravelo</b>"), QMessageBox::Ok);
+    m_about->setAttribute(Qt::WA_DeleteOnClose);
+    m_about->setIconPixmap(QIcon(QStringLiteral(":/Ravelo/app/icons/ravelo.svg")).pixmap(64, 64));
+    m_about->setInformativeText(
+        QStringLiteral(
+            "Version %1 (%2)<br><br><span style=\"font-size: 11pt; color: palette(mid);\">"
+            "AI-powered clipboard actions at your fingertips.</span>")
+            .arg(version, build));
+    m_about->setModal(false);
+    m_about->show();
+    m_about->raise();
+    m_about->activateWindow();
 }

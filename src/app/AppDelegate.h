@@ -14,7 +14,10 @@
 class AccessibilityTrust;
 class AppState;
 class CompletionStream;
+class FloatingPanel;
 class HotkeyManager;
+class QMessageBox;
+class QQmlEngine;
 
 /// The controller: runs the launch sequence, arms the triggers from the stored settings
 /// after every preference change and answers a trigger by reading the clipboard.
@@ -46,6 +49,8 @@ public:
     void showPanel();
     void openSettings();
     void showOnboarding();
+    /// The About dialog: name, version, build and credits. A second call brings it forward.
+    void showAbout();
 
     /// Runs a prompt on the copied text; the answer streams into the state. An earlier run
     /// still streaming is cancelled first: nothing of it reaches the state any more.
@@ -63,6 +68,11 @@ public:
     /// The quick panel closed: its run is cancelled and its answer cleared.
     void windowWillClose();
 
+    /// The engine every window of the application builds its views in.
+    QQmlEngine* qmlEngine();
+    /// The quick panel, once a trigger has shown it; it is reused from then on.
+    FloatingPanel* panel() const { return m_panel; }
+
     /// Whether a run's answer is still streaming into the state.
     bool isRunActive() const { return !m_currentRun.isNull(); }
 
@@ -70,10 +80,8 @@ public:
     static constexpr std::chrono::milliseconds clipboardWait{250};
 
 signals:
-    /// The quick panel should show now (centred, as the key window).
+    /// The quick panel is about to show (centred, as the key window).
     void panelRequested();
-    /// The quick panel should close (it then reports back through `windowWillClose`).
-    void panelCloseRequested();
     void settingsRequested();
     void onboardingRequested();
 
@@ -90,6 +98,9 @@ private:
     QTimer m_clipboardDeadline;
     QNetworkAccessManager m_network;
     QPointer<CompletionStream> m_currentRun;
+    std::unique_ptr<QQmlEngine> m_engine;
+    FloatingPanel* m_panel = nullptr;
+    QPointer<QMessageBox> m_about;
     bool m_waitingForClipboard = false;
     bool m_observingPreferences = false;
 };

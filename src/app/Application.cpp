@@ -3,9 +3,9 @@
 #include "app/AppDelegate.h"
 #include "app/AppLogging.h"
 #include "app/AppState.h"
+#include "app/RaveloApp.h"
 #include "app/SingleInstance.h"
 #include "model/PreferenceStore.h"
-#include "triggers/HotkeyManager.h"
 
 #include <QApplication>
 
@@ -46,13 +46,15 @@ int runApplication(int argc, char* argv[])
     PreferenceStore preferences;
     AppState appState(&preferences);
     AppState::setQmlInstance(&appState);
-    AppDelegate delegate(&appState);
-    QObject::connect(&instance, &SingleInstance::activationRequested, &delegate,
+    RaveloApp raveloApp(&appState);
+    AppDelegate* delegate = raveloApp.appDelegate();
+    QObject::connect(&instance, &SingleInstance::activationRequested, delegate,
                      &AppDelegate::openSettings);
-    QObject::connect(&instance, &SingleInstance::triggerRequested, delegate.hotkeyManager(),
-                     &HotkeyManager::trigger);
+    // "ravelo trigger" takes the path a double copy takes, queued like it, armed or not.
+    QObject::connect(&instance, &SingleInstance::triggerRequested, delegate,
+                     &AppDelegate::handleTrigger, Qt::QueuedConnection);
 
-    delegate.applicationDidFinishLaunching();
+    delegate->applicationDidFinishLaunching();
     return app.exec();
 }
 

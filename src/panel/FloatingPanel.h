@@ -3,6 +3,7 @@
 #include "model/Prompt.h"
 
 #include <QPointer>
+#include <QQuickItem>
 #include <QQuickWindow>
 
 #include <functional>
@@ -10,7 +11,6 @@
 
 class PanelWindowSupport;
 class QQmlEngine;
-class QQuickItem;
 
 /// The quick panel's window: frameless, above other windows, on every workspace, never in a
 /// task bar, draggable by its background, hosting `FloatingPanelView`. It sees every key

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QMenu>
+#include <QObject>
+
+#include <memory>
+
+class AppDelegate;
+class AppState;
+class QSystemTrayIcon;
+
+/// Ravelo's presence on the desktop: the bolt in the tray with its menu. Creating it
+/// creates the controller.
+class RaveloApp : public QObject {
+    Q_OBJECT
+
+public:
+    explicit RaveloApp(AppState* appState, QObject* parent = nullptr);
+    ~RaveloApp() override;
+
+    AppDelegate* appDelegate() const { return m_appDelegate.get(); }
+    QMenu* menu() { return &m_menu; }
+    /// The tray icon; none where the desktop has no tray.
+    QSystemTrayIcon* trayIcon() const { return m_trayIcon; }
+
+    /// The bolt, drawn from its SVG at every size the tray asks for.
+    static QIcon icon();
+
+private:
+    std::unique_ptr<AppDelegate> m_appDelegate;
+    QMenu m_menu;
+    QSystemTrayIcon* m_trayIcon = nullptr;
+};
