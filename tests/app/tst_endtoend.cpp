@@ -1,0 +1,295 @@
+// Ravelo as a user meets it: a real X server with a window manager (openbox), the real
+// clipboard owned by another client (xclip), keys typed through XTest (xdotool), the real
+// trigger backends and a loopback chat server.
+#include "ChatServer.h"
+#include "XTestKeyboard.h"
+#include "app/AppDelegate.h"
+#include "app/AppState.h"
+#include "model/PreferenceStore.h"
+#include "model/PromptStore.h"
+#include "panel/FloatingPanel.h"
+
+#include <QClipboard>
+#include <QDir>
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QQmlProperty>
+#include <QQuickItem>
+#include <QStandardPaths>
+#include <QTest>
+
+namespace {
+
+QByteArray chunk(const QByteArray& text)
+{
+    return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"}}]}\n\n";
+}
+
+int countItems(const QQuickItem* item, const QString& name)
+{
+    int count = item->objectName() == name && item->isVisible() ? 1 : 0;
+    for (const QQuickItem* child : item->childItems()) {
+        count += countItems(child, name);
+    }
+    return count;
+}
+
+bool run(const QString& program, const QStringList& arguments)
+{
+    return QProcess::execute(program, arguments) == 0;
+}
+
+bool xdotool(const QStringList& arguments)
+{
+    return run(QStringLiteral("xdotool"), arguments);
+}
+
+} // namespace
+
+class TestEndToEnd : public QObject {
+    Q_OBJECT
+
+private:
+    QProcess m_openbox;
+    std::unique_ptr<XTestKeyboard> m_otherClient;
+    std::unique_ptr<ChatServer> m_server;
+    std::unique_ptr<PreferenceStore> m_preferences;
+    std::unique_ptr<AppState> m_state;
+    std::unique_ptr<AppDelegate> m_delegate;
+
+    FloatingPanel* panel() const { return m_delegate->panel(); }
+
+    QString viewText(const char* name) const
+    {
+        QQuickItem* item = panel()->view()->findChild<QQuickItem*>(QLatin1String(name));
+        return item ? QQmlProperty::read(item, QStringLiteral("text")).toString() : QString();
+    }
+
+    /// Another application copies `text`: xclip takes the clipboard and keeps serving it.
+    bool copyInOtherApplication(const QString& text)
+    {
+        QProcess xclip;
+        xclip.start(QStringLiteral("xclip"),
+                    {QStringLiteral("-selection"), QStringLiteral("clipboard")});
+        if (!xclip.waitForStarted()) {
+            return false;
+        }
+        xclip.write(text.toUtf8());
+        xclip.closeWriteChannel();
+        return xclip.waitForFinished() &&
+               QTest::qWaitFor([&] { return QGuiApplication::clipboard()->text() == text; }, 5000);
+    }
+
+    /// What another application pastes.
+    QString pasteInOtherApplication()
+    {
+        QProcess xclip;
+        xclip.start(QStringLiteral("xclip"), {QStringLiteral("-selection"),
+                                              QStringLiteral("clipboard"), QStringLiteral("-o")});
+        // This process owns the clipboard after a copy: keep serving it while xclip asks.
+        if (!QTest::qWaitFor([&] { return xclip.state() == QProcess::NotRunning; }, 5000)) {
+            return QStringLiteral("<xclip did not answer>");
+        }
+        return QString::fromUtf8(xclip.readAllStandardOutput());
+    }
+
+    /// A double copy typed while another application has the focus; the panel opens.
+    bool doubleCopyOpensThePanel()
+    {
+        m_otherClient->createFocusedWindow();
+        if (!xdotool({QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")})) {
+            return false;
+        }
+        return QTest::qWaitFor([this] { return panel() && panel()->isExposed(); }, 5000) &&
+               QTest::qWaitForWindowActive(panel(), 5000);
+    }
+
+    bool key(const QString& name) { return xdotool({QStringLiteral("key"), name}); }
+
+    QString sentSystemPrompt(int request) const
+    {
+        return QJsonDocument::fromJson(m_server->requests().at(request).body)
+            .object()
+            .value(QLatin1String("messages"))
+            .toArray()
+            .at(0)
+            .toObject()
+            .value(QLatin1String("content"))
+            .toString();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+        for (const char* tool : {"openbox", "xdotool", "xclip", "xprop"}) {
+            QVERIFY2(!QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty(), tool);
+        }
+        m_openbox.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_openbox.start(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+        QVERIFY(m_openbox.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            run(QStringLiteral("sh"),
+                {QStringLiteral("-c"), QStringLiteral("xprop -root _NET_SUPPORTING_WM_CHECK | "
+                                                      "grep -q 'window id'")}),
+            10000);
+        m_otherClient = std::make_unique<XTestKeyboard>();
+        QVERIFY(m_otherClient->isValid());
+    }
+
+    void cleanupTestCase()
+    {
+        m_openbox.terminate();
+        m_openbox.waitForFinished(3000);
+    }
+
+    void init()
+    {
+        const QString path = QDir(qEnvironmentVariable("XDG_CONFIG_HOME"))
+                                 .filePath(QStringLiteral("Ravelo/endtoend.conf"));
+        QFile::remove(path);
+        m_server = std::make_unique<ChatServer>();
+        m_preferences = std::make_unique<PreferenceStore>(path);
+        m_preferences->setBoolean(Preferences::hasCompletedOnboarding, true);
+        m_preferences->setString(Preferences::apiKey, QStringLiteral("sk-test"));
+        m_preferences->setString(Preferences::baseUrl, m_server->baseUrl());
+        m_state = std::make_unique<AppState>(m_preferences.get());
+        m_delegate = std::make_unique<AppDelegate>(m_state.get());
+        m_delegate->applicationDidFinishLaunching();
+    }
+
+    void cleanup()
+    {
+        m_delegate.reset();
+        m_state.reset();
+        m_preferences.reset();
+        m_server.reset();
+    }
+
+    void doubleCopyRunCopyAndClose()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("Hallo Welt")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QCOMPARE(m_state->clipboardText(), QStringLiteral("Hallo Welt"));
+        QTRY_COMPARE(viewText("clipboardText"), QStringLiteral("Hallo Welt"));
+
+        ChatResponse response;
+        response.piece(chunk("Hello"));
+        response.piece(chunk(" world") + "data: [DONE]\n\n", 200);
+        m_server->enqueue(response);
+        QVERIFY(key(QStringLiteral("1")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("Hello"));
+        QVERIFY(m_state->isLoading());
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("Hello world"));
+        QTRY_VERIFY(!m_state->isLoading());
+        QTRY_COMPARE(viewText("answerText"), QStringLiteral("Hello world"));
+        QCOMPARE(sentSystemPrompt(0), m_state->prompts().first().systemPrompt);
+        QCOMPARE(m_preferences->integer(Preferences::totalPromptsUsed), 1);
+
+        QVERIFY(key(QStringLiteral("ctrl+c")));
+        QTRY_VERIFY(!panel()->isVisible());
+        QCOMPARE(pasteInOtherApplication(), QStringLiteral("Hello world"));
+        QCOMPARE(m_state->resultText(), QString());
+    }
+
+    void escClosesTheCustomFieldFirst()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("Some text")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QVERIFY(key(QStringLiteral("Return")));
+        QTRY_VERIFY(m_state->showCustomPromptInput());
+        QVERIFY(xdotool({QStringLiteral("type"), QStringLiteral("draft")}));
+        QTRY_COMPARE(m_state->customPromptText(), QStringLiteral("draft"));
+
+        QVERIFY(key(QStringLiteral("Escape")));
+        QTRY_VERIFY(!m_state->showCustomPromptInput());
+        QCOMPARE(m_state->customPromptText(), QString());
+        QVERIFY(panel()->isVisible());
+
+        QVERIFY(key(QStringLiteral("Escape")));
+        QTRY_VERIFY(!panel()->isVisible());
+    }
+
+    void customPromptSavedAsFourthAction()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("quiet words")));
+        QVERIFY(doubleCopyOpensThePanel());
+        m_server->enqueue(
+            ChatResponse::events({R"({"choices":[{"delta":{"content":"QUIET WORDS"}}]})"}));
+        QVERIFY(key(QStringLiteral("Return")));
+        QTRY_VERIFY(m_state->showCustomPromptInput());
+        QVERIFY(xdotool({QStringLiteral("type"), QStringLiteral("Shout it")}));
+        QVERIFY(key(QStringLiteral("Return")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("QUIET WORDS"));
+        QCOMPARE(sentSystemPrompt(0), QStringLiteral("Shout it"));
+        QCOMPARE(m_state->lastCustomPromptText(),
+                 std::optional<QString>(QStringLiteral("Shout it")));
+
+        QQuickItem* save = panel()->view()->findChild<QQuickItem*>(QStringLiteral("saveButton"));
+        QVERIFY(save);
+        QTRY_VERIFY(save->isVisible());
+        const QPoint at = panel()->mapToGlobal(
+            save->mapToScene(QPointF(save->width() / 2, save->height() / 2)).toPoint());
+        QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(at.x()),
+                         QString::number(at.y()), QStringLiteral("click"), QStringLiteral("1")}));
+
+        QTRY_COMPARE(m_state->prompts().size(), 4);
+        QCOMPARE(m_state->prompts().last().systemPrompt, QStringLiteral("Shout it"));
+        QCOMPARE(m_state->prompts().last().number, 4);
+        QCOMPARE(PromptStore::load(*m_preferences).size(), 4);
+        QTRY_COMPARE(countItems(panel()->view(), QStringLiteral("promptChip")), 4);
+    }
+
+    void newTriggerCancelsTheStreamingRun()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("first text")));
+        QVERIFY(doubleCopyOpensThePanel());
+        ChatResponse slow;
+        slow.piece(chunk("old"));
+        slow.piece(chunk("STALE") + "data: [DONE]\n\n", 1500);
+        m_server->enqueue(slow);
+        QVERIFY(key(QStringLiteral("1")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("old"));
+
+        QVERIFY(copyInOtherApplication(QStringLiteral("second text")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QTRY_COMPARE(m_state->clipboardText(), QStringLiteral("second text"));
+        QCOMPARE(m_state->resultText(), QString());
+        QVERIFY(!m_state->isLoading());
+
+        ChatResponse quick;
+        quick.piece(chunk("new"));
+        quick.piece(chunk("er") + "data: [DONE]\n\n", 2500);
+        m_server->enqueue(quick);
+        QVERIFY(key(QStringLiteral("2")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("new"));
+        // The first run's transfer ends while the second still streams: it must neither
+        // append nor end the second run's loading.
+        QTRY_COMPARE_WITH_TIMEOUT(m_server->completedResponses(), 1, 5000);
+        QTest::qWait(100);
+        QCOMPARE(m_state->resultText(), QStringLiteral("new"));
+        QVERIFY(m_state->isLoading());
+        QTRY_COMPARE_WITH_TIMEOUT(m_state->resultText(), QStringLiteral("newer"), 5000);
+        QTRY_VERIFY(!m_state->isLoading());
+        QCOMPARE(m_preferences->integer(Preferences::totalPromptsUsed), 2);
+    }
+
+    void httpErrorIsShownInThePanel()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("text")));
+        QVERIFY(doubleCopyOpensThePanel());
+        const QByteArray body = R"({"error":{"message":"Incorrect API key provided"}})";
+        m_server->enqueue(ChatResponse::error(401, body));
+        QVERIFY(key(QStringLiteral("3")));
+        const QString expected = QStringLiteral("Error: HTTP 401: ") + QString::fromUtf8(body);
+        QTRY_COMPARE(m_state->resultText(), expected);
+        QTRY_COMPARE(viewText("answerText"), expected);
+        QVERIFY(!m_state->isLoading());
+    }
+};
+
+QTEST_MAIN(TestEndToEnd)
+#include "tst_endtoend.moc"
