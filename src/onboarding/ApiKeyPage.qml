@@ -1,0 +1,86 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Controls.Fusion
+import Ravelo
+
+ColumnLayout {
+    id: page
+
+    required property OnboardingFlow flow
+
+    spacing: 20
+    Layout.fillWidth: true
+
+    Symbol {
+        symbol: "key.fill"
+        size: 40
+        color: heading.palette.highlight
+    }
+    Label {
+        id: heading
+        Layout.alignment: Qt.AlignHCenter
+        text: "Connect to OpenAI"
+        font.pixelSize: SettingsStyle.largeTitle
+        font.bold: true
+    }
+    Label {
+        Layout.alignment: Qt.AlignHCenter
+        horizontalAlignment: Text.AlignHCenter
+        text: "Ravelo uses the OpenAI API to process your text.\nYou'll need an API key to get started."
+        color: SettingsStyle.secondary(palette.windowText)
+    }
+    ColumnLayout {
+        Layout.alignment: Qt.AlignHCenter
+        Layout.preferredWidth: 380
+        Layout.maximumWidth: 380
+        spacing: 8
+
+        Label {
+            text: "API Key"
+            font.pixelSize: SettingsStyle.headline
+            font.weight: Font.DemiBold
+        }
+        TextField {
+            objectName: "apiKeyField"
+            Layout.fillWidth: true
+            echoMode: TextInput.Password
+            placeholderText: "sk-..."
+            font.family: "monospace"
+            text: page.flow.apiKeyInput
+            focus: page.flow.currentStep === 2
+            onTextEdited: page.flow.apiKeyInput = text
+        }
+        Label {
+            objectName: "apiKeyLink"
+            visible: ModelCatalogue.apiKeyHost !== ""
+            textFormat: Text.StyledText
+            text: "<a href=\"" + ModelCatalogue.apiKeyPage + "\">Get your API key from "
+                  + ModelCatalogue.apiKeyHost + "</a>"
+            linkColor: palette.link
+            font.pixelSize: SettingsStyle.caption
+            onLinkActivated: link => Qt.openUrlExternally(link)
+
+            HoverHandler {
+                cursorShape: Qt.PointingHandCursor
+            }
+        }
+    }
+    RowLayout {
+        objectName: "keyWarning"
+        Layout.alignment: Qt.AlignHCenter
+        visible: page.flow.showsKeyWarning
+        spacing: 6
+
+        Symbol {
+            symbol: "exclamationmark.triangle"
+            size: 13
+            color: warningText.color
+        }
+        Label {
+            id: warningText
+            text: "API keys usually start with \"sk-\""
+            font.pixelSize: SettingsStyle.caption
+            color: "#e8870e"
+        }
+    }
+}
