@@ -8,8 +8,8 @@ ColumnLayout {
 
     required property OnboardingFlow flow
 
+    width: parent ? parent.width : implicitWidth
     spacing: 20
-    Layout.fillWidth: true
 
     Symbol {
         symbol: "key.fill"

@@ -8,8 +8,8 @@ ColumnLayout {
 
     readonly property string copyKeys: KeyNames.shortcut("\u2318C")
 
+    width: parent ? parent.width : implicitWidth
     spacing: 24
-    Layout.fillWidth: true
 
     Label {
         id: heading

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Layouts
 import Ravelo
 
 // One walkthrough page: its content centred with 32 of padding, faded in and out over
@@ -9,13 +8,11 @@ Item {
 
     required property int step
     required property OnboardingFlow flow
-    property alias spacing: column.spacing
-    default property alias content: column.data
+    default property alias content: holder.data
     readonly property bool current: flow.currentStep === step
 
     anchors.fill: parent
     opacity: current ? 1 : 0
-    visible: opacity > 0
     enabled: current
 
     Behavior on opacity {
@@ -25,9 +22,10 @@ Item {
         }
     }
 
-    ColumnLayout {
-        id: column
+    Item {
+        id: holder
         anchors.centerIn: parent
         width: parent.width - 64
+        height: childrenRect.height
     }
 }

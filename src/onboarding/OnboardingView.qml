@@ -5,7 +5,7 @@ import Ravelo
 
 // The first-run walkthrough: four pages, the page dots and Back / Continue / Get
 // Started. Return presses Continue, or Get Started on the last page.
-Pane {
+WindowPane {
     id: root
 
     // Asks for the Accessibility permission; null where the permission is automatic.
@@ -27,8 +27,6 @@ Pane {
     height: 460
     implicitWidth: 560
     implicitHeight: 460
-    padding: 0
-    font.pixelSize: SettingsStyle.body
 
     OnboardingFlow {
         id: flow
@@ -66,19 +64,16 @@ Pane {
             OnboardingPage {
                 step: 0
                 flow: flow
-                spacing: 20
                 WelcomePage {}
             }
             OnboardingPage {
                 step: 1
                 flow: flow
-                spacing: 24
                 HowItWorksPage {}
             }
             OnboardingPage {
                 step: 2
                 flow: flow
-                spacing: 20
                 ApiKeyPage {
                     flow: flow
                 }
@@ -86,7 +81,6 @@ Pane {
             OnboardingPage {
                 step: 3
                 flow: flow
-                spacing: 20
                 PermissionPage {
                     flow: flow
                 }
@@ -130,10 +124,9 @@ Pane {
                     text: "Back"
                     onClicked: flow.back()
                 }
-                Button {
+                ProminentButton {
                     objectName: "continueButton"
                     text: flow.currentStep < flow.totalSteps - 1 ? "Continue" : "Get Started"
-                    highlighted: true
                     onClicked: root.advance()
                 }
             }

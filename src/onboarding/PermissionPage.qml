@@ -9,8 +9,8 @@ ColumnLayout {
     required property OnboardingFlow flow
     readonly property bool granted: flow.accessibilityGranted
 
+    width: parent ? parent.width : implicitWidth
     spacing: 20
-    Layout.fillWidth: true
 
     Symbol {
         symbol: page.granted ? "checkmark.shield.fill" : "lock.shield"
@@ -75,12 +75,11 @@ ColumnLayout {
               + "+C shortcut globally."
         color: SettingsStyle.secondary(palette.windowText)
     }
-    Button {
+    ProminentButton {
         objectName: "grantButton"
         visible: !page.granted
         Layout.alignment: Qt.AlignHCenter
         Layout.maximumWidth: 280
-        highlighted: true
         padding: 10
         text: "Grant Accessibility Access"
         icon.source: "icons/lock.open.svg"

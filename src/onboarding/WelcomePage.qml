@@ -6,8 +6,8 @@ import Ravelo
 ColumnLayout {
     id: page
 
+    width: parent ? parent.width : implicitWidth
     spacing: 20
-    Layout.fillWidth: true
 
     Symbol {
         symbol: "bolt.fill"

@@ -27,7 +27,7 @@ ColumnLayout {
         padding: 12
         background: Rectangle {
             radius: 7
-            color: frame.palette.base
+            color: Qt.tint(frame.palette.window, SettingsStyle.wash(frame.palette.windowText))
             border.width: 1
             border.color: SettingsStyle.divider(frame.palette.windowText)
         }

@@ -135,10 +135,9 @@ ColumnLayout {
         Item {
             Layout.fillWidth: true
         }
-        Button {
+        ProminentButton {
             objectName: "saveButton"
             text: "Save"
-            highlighted: true
             enabled: editorRoot.canSave
             onClicked: editorRoot.trySave()
         }

@@ -19,6 +19,10 @@ QtObject {
     function tertiary(color) {
         return Qt.rgba(color.r, color.g, color.b, 0.45)
     }
+    // A faint wash of the text colour, for grouped boxes on the window background.
+    function wash(color) {
+        return Qt.rgba(color.r, color.g, color.b, 0.04)
+    }
     function divider(color) {
         return Qt.rgba(color.r, color.g, color.b, 0.15)
     }

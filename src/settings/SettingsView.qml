@@ -6,7 +6,7 @@ import Ravelo
 // The preferences window's content: three tabs over a fixed 520 × 420 area. A new view
 // always opens on "General"; each tab is built afresh, and so reads its values anew,
 // whenever it is shown.
-Pane {
+WindowPane {
     id: root
 
     // Asks for the Accessibility permission; null where the permission is automatic.
@@ -16,8 +16,6 @@ Pane {
     height: 420
     implicitWidth: 520
     implicitHeight: 420
-    padding: 0
-    font.pixelSize: SettingsStyle.body
 
     ColumnLayout {
         anchors.fill: parent

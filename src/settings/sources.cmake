@@ -20,10 +20,12 @@ list(APPEND RAVELO_QML
     settings/GeneralTab.qml
     settings/HotkeyTab.qml
     settings/PriceLabel.qml
+    settings/ProminentButton.qml
     settings/PromptEditorInline.qml
     settings/PromptRow.qml
     settings/PromptsTab.qml
     settings/SettingsView.qml
+    settings/WindowPane.qml
     settings/SettingsStyle.qml
 )
 file(GLOB _settings_icons CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}

@@ -1,7 +1,7 @@
 // Draws the preferences tabs, the prompt editor and the walkthrough pages in a light and
 // a dark palette and saves them as PNG files:
 //
-//   settings_screenshots OUTPUT_DIR
+//   settings_screenshots OUTPUT_DIR light|dark
 #include "QmlHarness.h"
 #include "platform/AccessibilityTrust.h"
 
@@ -54,7 +54,7 @@ QPalette darkPalette()
 bool save(QQuickView* view, const QString& path)
 {
     QCoreApplication::processEvents();
-    QTest::qWait(350); // page fades and list transitions
+    QTest::qWait(800); // page fades and list transitions
     const QImage image = view->grabWindow();
     if (image.isNull() || !image.save(path)) {
         qWarning() << "Could not save" << path;
@@ -68,17 +68,19 @@ bool save(QQuickView* view, const QString& path)
 int main(int argc, char* argv[])
 {
     QGuiApplication app(argc, argv);
-    if (argc != 2) {
-        qWarning("usage: settings_screenshots OUTPUT_DIR");
+    if (argc != 3) {
+        qWarning("usage: settings_screenshots OUTPUT_DIR light|dark");
         return 2;
     }
     const QDir out(QString::fromLocal8Bit(argv[1]));
+    const QString name = QString::fromLocal8Bit(argv[2]);
+    // The controls take the palette when they are first loaded.
+    if (name == u"dark"_s) {
+        QGuiApplication::setPalette(darkPalette());
+    }
     QTemporaryDir dir;
-    const QPalette light = QGuiApplication::palette();
     bool ok = true;
-    for (const auto& [name, palette] :
-         {std::pair{u"light"_s, light}, std::pair{u"dark"_s, darkPalette()}}) {
-        QGuiApplication::setPalette(palette);
+    {
         QmlHarness harness(dir.filePath(name + u".conf"_s));
         harness.store.setString(Preferences::apiKey, u"sk-proj-example"_s);
         harness.store.setInteger(Preferences::customHotkeyKeyCode, 49);
