@@ -11,6 +11,15 @@ ColumnLayout {
     width: parent ? parent.width : implicitWidth
     spacing: 20
 
+    Connections {
+        target: page.flow
+        // Typing can start as soon as the page shows; the page is enabled by then.
+        function onCurrentStepChanged() {
+            if (page.flow.currentStep === 2)
+                Qt.callLater(keyField.forceActiveFocus)
+        }
+    }
+
     Symbol {
         symbol: "key.fill"
         size: 40
@@ -41,13 +50,13 @@ ColumnLayout {
             font.weight: Font.DemiBold
         }
         TextField {
+            id: keyField
             objectName: "apiKeyField"
             Layout.fillWidth: true
             echoMode: TextInput.Password
             placeholderText: "sk-..."
             font.family: "monospace"
             text: page.flow.apiKeyInput
-            focus: page.flow.currentStep === 2
             onTextEdited: page.flow.apiKeyInput = text
         }
         Label {

@@ -7,6 +7,7 @@
 #include <QQuickItem>
 #include <QQuickView>
 #include <QTest>
+#include <QtQuickTest/quicktest.h>
 
 #include <algorithm>
 
@@ -84,6 +85,8 @@ inline void click(QQuickItem* item)
 {
     QVERIFY(item);
     QQuickWindow* window = item->window();
+    // Buttons that just appeared are placed when the window is next polished.
+    QVERIFY(QQuickTest::qWaitForPolish(window));
     const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
     QTest::mouseClick(window, Qt::LeftButton, Qt::NoModifier, centre.toPoint());
 }
