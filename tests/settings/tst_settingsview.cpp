@@ -1,5 +1,6 @@
 #include "QmlHarness.h"
 #include "model/PromptStore.h"
+#include "platform/AccessibilityTrust.h"
 #include "settings/HotkeyRecording.h"
 
 #include <QSignalSpy>
@@ -9,6 +10,22 @@
 Q_IMPORT_QML_PLUGIN(RaveloPlugin)
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+class CountingTrust : public AccessibilityTrust {
+public:
+    explicit CountingTrust(bool trusted)
+        : trusted(trusted)
+    {}
+    bool isTrusted() const override { return trusted; }
+    void requestTrust() override { ++requests; }
+
+    bool trusted;
+    int requests = 0;
+};
+
+} // namespace
 
 class TestSettingsView : public QObject {
     Q_OBJECT
@@ -39,6 +56,7 @@ private slots:
     void secondClickEndsRecordingWithoutStoring();
     void clearStoresZeros();
     void doubleCopySwitchIsStored();
+    void permissionIsRequestedOnlyWhenMissing();
 
 private:
     std::unique_ptr<QQuickView> showTab(QmlHarness& harness, int tab);
@@ -510,6 +528,22 @@ void TestSettingsView::doubleCopySwitchIsStored()
     view = showTab(harness, 2);
     QTRY_VERIFY(findItem(view.get(), "doubleCopySwitch"));
     QVERIFY(!findItem(view.get(), "doubleCopySwitch")->property("checked").toBool());
+}
+
+void TestSettingsView::permissionIsRequestedOnlyWhenMissing()
+{
+    QmlHarness harness(m_path);
+    CountingTrust trust(false);
+    auto view = harness.show(u"qrc:/Ravelo/settings/SettingsView.qml"_s,
+                             {{u"trust"_s, QVariant::fromValue<QObject*>(&trust)}});
+    QVERIFY(view);
+    findItem(view.get(), "tabs")->setProperty("currentIndex", 2);
+    QTRY_VERIFY(findItem(view.get(), "accessibilityButton"));
+    click(findItem(view.get(), "accessibilityButton"));
+    QCOMPARE(trust.requests, 1);
+    trust.trusted = true;
+    click(findItem(view.get(), "accessibilityButton"));
+    QCOMPARE(trust.requests, 1);
 }
 
 QTEST_MAIN(TestSettingsView)
