@@ -17,6 +17,11 @@ WindowPane {
     implicitWidth: 520
     implicitHeight: 420
 
+    Shortcut {
+        sequences: [StandardKey.Close]
+        onActivated: root.Window.window.close()
+    }
+
     ColumnLayout {
         anchors.fill: parent
         spacing: 0

@@ -80,7 +80,7 @@ void TestSettingsWindow::reopeningKeepsAVisibleWindowAndRebuildsAClosedOne()
     QCOMPARE(settings.window(), first.data());
     QCOMPARE(tabs(first)->property("currentIndex").toInt(), 2);
 
-    first->close();
+    QTest::keyClick(first, Qt::Key_W, Qt::ControlModifier);
     QTRY_VERIFY(!settings.isVisible());
     settings.open();
     QCOMPARE(created.count(), 2);
