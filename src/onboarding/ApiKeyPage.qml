@@ -20,7 +20,7 @@ ColumnLayout {
         }
     }
 
-    Symbol {
+    OnboardingSymbol {
         symbol: "key.fill"
         size: 40
         color: heading.palette.highlight
@@ -80,7 +80,7 @@ ColumnLayout {
         visible: page.flow.showsKeyWarning
         spacing: 6
 
-        Symbol {
+        OnboardingSymbol {
             symbol: "exclamationmark.triangle"
             size: 13
             color: warningText.color

@@ -40,7 +40,7 @@ ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 20
 
-                Symbol {
+                OnboardingSymbol {
                     visible: step.index > 0
                     symbol: "arrow.down"
                     size: 16
@@ -52,7 +52,7 @@ ColumnLayout {
                     Item {
                         implicitWidth: 32
                         implicitHeight: 24
-                        Symbol {
+                        OnboardingSymbol {
                             anchors.centerIn: parent
                             symbol: step.modelData.symbol
                             size: 22

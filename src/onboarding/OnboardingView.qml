@@ -87,7 +87,7 @@ WindowPane {
             }
         }
 
-        Divider {
+        SettingsDivider {
             Layout.fillWidth: true
         }
 

@@ -12,7 +12,7 @@ ColumnLayout {
     width: parent ? parent.width : implicitWidth
     spacing: 20
 
-    Symbol {
+    OnboardingSymbol {
         symbol: page.granted ? "checkmark.shield.fill" : "lock.shield"
         size: 40
         color: page.granted ? "#34a853" : heading.palette.highlight
@@ -46,7 +46,7 @@ ColumnLayout {
 
         RowLayout {
             spacing: 10
-            Symbol {
+            OnboardingSymbol {
                 symbol: "menubar.arrow.up.rectangle"
                 size: 22
                 color: SettingsStyle.secondary(heading.palette.windowText)

@@ -9,7 +9,7 @@ ColumnLayout {
     width: parent ? parent.width : implicitWidth
     spacing: 20
 
-    Symbol {
+    OnboardingSymbol {
         symbol: "bolt.fill"
         size: 56
         color: label.palette.highlight
@@ -48,7 +48,7 @@ ColumnLayout {
                 Item {
                     implicitWidth: 28
                     implicitHeight: 20
-                    Symbol {
+                    OnboardingSymbol {
                         anchors.centerIn: parent
                         symbol: feature.modelData.symbol
                         size: 18

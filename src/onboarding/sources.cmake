@@ -7,9 +7,9 @@ list(APPEND RAVELO_QML
     onboarding/ApiKeyPage.qml
     onboarding/HowItWorksPage.qml
     onboarding/OnboardingPage.qml
+    onboarding/OnboardingSymbol.qml
     onboarding/OnboardingView.qml
     onboarding/PermissionPage.qml
-    onboarding/Symbol.qml
     onboarding/WelcomePage.qml
 )
 file(GLOB _onboarding_icons CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}

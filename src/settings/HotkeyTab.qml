@@ -36,7 +36,7 @@ Item {
                 checked: settings.useDoubleCopy
                 onToggled: settings.useDoubleCopy = checked
             }
-            Caption {
+            SettingsCaption {
                 text: "Press " + tab.copyKeys
                       + " twice quickly to open the Ravelo panel. Requires Accessibility permission."
             }
@@ -85,7 +85,7 @@ Item {
                     }
                 }
             }
-            Caption {
+            SettingsCaption {
                 text: "Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled."
             }
         }
@@ -101,7 +101,7 @@ Item {
                         tab.trust.requestTrust()
                 }
             }
-            Caption {
+            SettingsCaption {
                 text: "Ravelo needs Accessibility access to detect global keyboard shortcuts."
             }
         }

@@ -120,7 +120,7 @@ ColumnLayout {
         }
     }
 
-    Divider {
+    SettingsDivider {
         Layout.fillWidth: true
     }
 

@@ -101,7 +101,7 @@ Item {
                 }
             }
 
-            Divider {
+            SettingsDivider {
                 Layout.fillWidth: true
             }
 

@@ -14,8 +14,6 @@ list(APPEND RAVELO_SOURCES
 set_source_files_properties(settings/SettingsStyle.qml PROPERTIES QT_QML_SINGLETON_TYPE TRUE
                             QT_RESOURCE_ALIAS SettingsStyle.qml)
 list(APPEND RAVELO_QML
-    settings/Caption.qml
-    settings/Divider.qml
     settings/FormSection.qml
     settings/GeneralTab.qml
     settings/HotkeyTab.qml
@@ -24,9 +22,11 @@ list(APPEND RAVELO_QML
     settings/PromptEditorInline.qml
     settings/PromptRow.qml
     settings/PromptsTab.qml
+    settings/SettingsCaption.qml
+    settings/SettingsDivider.qml
+    settings/SettingsStyle.qml
     settings/SettingsView.qml
     settings/WindowPane.qml
-    settings/SettingsStyle.qml
 )
 file(GLOB _settings_icons CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/icons/*.svg)
