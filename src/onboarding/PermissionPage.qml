@@ -1,0 +1,98 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Controls.Fusion
+import Ravelo
+
+ColumnLayout {
+    id: page
+
+    required property OnboardingFlow flow
+    readonly property bool granted: flow.accessibilityGranted
+
+    width: parent ? parent.width : implicitWidth
+    spacing: 20
+
+    OnboardingSymbol {
+        symbol: page.granted ? "checkmark.shield.fill" : "lock.shield"
+        size: 40
+        color: page.granted ? "#34a853" : heading.palette.highlight
+    }
+    Label {
+        id: heading
+        objectName: "permissionTitle"
+        Layout.alignment: Qt.AlignHCenter
+        text: page.granted ? "You're All Set!" : "One More Thing"
+        font.pixelSize: SettingsStyle.largeTitle
+        font.bold: true
+    }
+
+    Label {
+        visible: page.granted
+        Layout.alignment: Qt.AlignHCenter
+        horizontalAlignment: Text.AlignHCenter
+        text: "Ravelo is ready to go.\nLook for the bolt icon in your menu bar."
+        color: SettingsStyle.secondary(palette.windowText)
+    }
+    Pane {
+        objectName: "menuBarHint"
+        visible: page.granted
+        Layout.alignment: Qt.AlignHCenter
+        Layout.topMargin: 8
+        padding: 16
+        background: Rectangle {
+            radius: 10
+            color: Qt.rgba(0.5, 0.5, 0.5, 0.12)
+        }
+
+        RowLayout {
+            spacing: 10
+            OnboardingSymbol {
+                symbol: "menubar.arrow.up.rectangle"
+                size: 22
+                color: SettingsStyle.secondary(heading.palette.windowText)
+            }
+            ColumnLayout {
+                spacing: 2
+                Label {
+                    text: "Find Ravelo in your menu bar"
+                    font.pixelSize: SettingsStyle.callout
+                    font.weight: Font.Medium
+                }
+                Label {
+                    text: "Click the bolt icon for Preferences or to quit."
+                    font.pixelSize: SettingsStyle.caption
+                    color: SettingsStyle.secondary(palette.windowText)
+                }
+            }
+        }
+    }
+
+    Label {
+        visible: !page.granted
+        Layout.alignment: Qt.AlignHCenter
+        horizontalAlignment: Text.AlignHCenter
+        text: "Ravelo needs Accessibility permission to detect\nthe " + KeyNames.shortcut("\u2318C")
+              + "+C shortcut globally."
+        color: SettingsStyle.secondary(palette.windowText)
+    }
+    ProminentButton {
+        objectName: "grantButton"
+        visible: !page.granted
+        Layout.alignment: Qt.AlignHCenter
+        Layout.maximumWidth: 280
+        padding: 10
+        text: "Grant Accessibility Access"
+        icon.source: "icons/lock.open.svg"
+        icon.width: 16
+        icon.height: 16
+        onClicked: page.flow.requestAccess()
+    }
+    Label {
+        visible: !page.granted
+        Layout.alignment: Qt.AlignHCenter
+        horizontalAlignment: Text.AlignHCenter
+        text: "System Settings will open.\nAdd Ravelo to the Accessibility list and toggle it on."
+        font.pixelSize: SettingsStyle.caption
+        color: SettingsStyle.tertiary(palette.windowText)
+    }
+}

@@ -1,0 +1,197 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Controls.Fusion
+import Ravelo
+
+// The API key, the model and the server. Every edit is stored at once.
+Item {
+    id: tab
+
+    readonly property var store: AppState.preferences
+    readonly property var models: ModelCatalogue.models
+    // The id of the chosen model; one outside the catalogue is typed in by the user.
+    property string selectedModel: ModelCatalogue.defaultModel
+    property bool customModel: false
+    readonly property int catalogueIndex: ModelCatalogue.indexOf(selectedModel)
+    readonly property int labelWidth: 96
+
+    function storeModel(id) {
+        if (id === selectedModel)
+            return
+        selectedModel = id
+        store.setValue("openai_model", id)
+    }
+
+    Component.onCompleted: {
+        const key = store.value("openai_api_key")
+        if (key !== undefined && key !== "") {
+            apiKeyField.text = key
+            store.setValue("openai_api_key", key)
+        }
+        const model = store.value("openai_model")
+        if (model !== undefined && model !== selectedModel) {
+            selectedModel = model
+            store.setValue("openai_model", model)
+        }
+        customModel = catalogueIndex < 0
+        if (customModel)
+            customModelField.text = selectedModel
+        const base = store.value("openai_base_url")
+        endpointField.text = base === undefined ? "" : base
+    }
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 16
+        spacing: 14
+
+        FormSection {
+            title: "OpenAI API"
+            Layout.fillWidth: true
+
+            RowLayout {
+                Label {
+                    text: "API Key"
+                    Layout.preferredWidth: tab.labelWidth
+                }
+                TextField {
+                    id: apiKeyField
+                    objectName: "apiKeyField"
+                    Layout.fillWidth: true
+                    echoMode: TextInput.Password
+                    onTextEdited: tab.store.setValue("openai_api_key", text)
+                }
+            }
+
+            RowLayout {
+                Label {
+                    text: "Model"
+                    Layout.preferredWidth: tab.labelWidth
+                }
+                ComboBox {
+                    id: modelPicker
+                    objectName: "modelPicker"
+                    Layout.fillWidth: true
+                    model: tab.models.map(m => m.entryText()).concat(["Other model\u2026"])
+                    currentIndex: tab.customModel ? tab.models.length : tab.catalogueIndex
+                    onActivated: index => {
+                        if (index < tab.models.length) {
+                            tab.customModel = false
+                            tab.storeModel(tab.models[index].id)
+                        } else {
+                            tab.customModel = true
+                            customModelField.text = tab.catalogueIndex < 0 ? tab.selectedModel : ""
+                            customModelField.forceActiveFocus()
+                        }
+                    }
+                }
+            }
+
+            RowLayout {
+                visible: tab.customModel
+                Label {
+                    text: "Model ID"
+                    Layout.preferredWidth: tab.labelWidth
+                }
+                TextField {
+                    id: customModelField
+                    objectName: "customModelField"
+                    Layout.fillWidth: true
+                    placeholderText: "Any model the server offers, e.g. llama3.1:8b"
+                    onTextEdited: {
+                        const id = text.trim()
+                        if (id !== "")
+                            tab.storeModel(id)
+                    }
+                }
+            }
+
+            ColumnLayout {
+                id: detail
+                objectName: "modelDetail"
+                readonly property var info: tab.catalogueIndex >= 0 ? tab.models[tab.catalogueIndex] : null
+                visible: info !== null
+                Layout.leftMargin: tab.labelWidth + 5
+                spacing: 4
+
+                Label {
+                    text: detail.info ? detail.info.name : ""
+                    font.pixelSize: SettingsStyle.callout
+                    font.weight: Font.Medium
+                }
+                RowLayout {
+                    spacing: 16
+                    PriceLabel {
+                        objectName: "inputPrice"
+                        iconSource: "icons/arrow.right.circle.svg"
+                        text: "Input: " + (detail.info ? detail.info.inputPrice : "")
+                    }
+                    PriceLabel {
+                        objectName: "outputPrice"
+                        iconSource: "icons/arrow.left.circle.svg"
+                        text: "Output: " + (detail.info ? detail.info.outputPrice : "")
+                    }
+                }
+                Label {
+                    objectName: "modelNote"
+                    text: detail.info ? detail.info.note : ""
+                    font.pixelSize: SettingsStyle.caption2
+                    color: SettingsStyle.tertiary(palette.windowText)
+                }
+            }
+
+            RowLayout {
+                Label {
+                    text: "API endpoint"
+                    Layout.preferredWidth: tab.labelWidth
+                }
+                TextField {
+                    id: endpointField
+                    objectName: "endpointField"
+                    Layout.fillWidth: true
+                    placeholderText: "https://api.openai.com/v1"
+                    inputMethodHints: Qt.ImhUrlCharactersOnly | Qt.ImhNoAutoUppercase
+                    onTextEdited: tab.store.setValue("openai_base_url", text)
+                }
+            }
+            Label {
+                Layout.leftMargin: tab.labelWidth + 5
+                Layout.fillWidth: true
+                text: "Leave empty for OpenAI. Any OpenAI-compatible server works, e.g. http://localhost:11434/v1."
+                wrapMode: Text.Wrap
+                font.pixelSize: SettingsStyle.caption2
+                color: SettingsStyle.tertiary(palette.windowText)
+            }
+        }
+
+        ColumnLayout {
+            Layout.fillWidth: true
+            Layout.leftMargin: 4
+            spacing: 4
+
+            Label {
+                objectName: "apiKeyLink"
+                textFormat: Text.StyledText
+                text: "Get your API key from <a href=\"" + ModelCatalogue.apiKeyPage + "\">"
+                      + ModelCatalogue.apiKeyHost + "</a>"
+                linkColor: palette.link
+                font.pixelSize: SettingsStyle.caption
+                color: SettingsStyle.secondary(palette.windowText)
+                onLinkActivated: link => Qt.openUrlExternally(link)
+
+                HoverHandler {
+                    cursorShape: parent.hoveredLink !== "" ? Qt.PointingHandCursor : Qt.ArrowCursor
+                }
+            }
+            Label {
+                text: "Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens."
+                font.pixelSize: SettingsStyle.caption2
+                color: SettingsStyle.tertiary(palette.windowText)
+            }
+        }
+
+        Item {
+            Layout.fillHeight: true
+        }
+    }
+}

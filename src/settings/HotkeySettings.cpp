@@ -1,0 +1,123 @@
+#include "settings/HotkeySettings.h"
+
+#include "model/PreferenceStore.h"
+#include "platform/KeyMap.h"
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool fitsUnsigned32(qint64 value)
+{
+    return value >= 0 && value <= qint64(std::numeric_limits<quint32>::max());
+}
+
+} // namespace
+
+HotkeySettings::HotkeySettings(QObject* parent)
+    : QObject(parent)
+    , m_hotkeyDisplay(displayText(0, 0))
+{}
+
+void HotkeySettings::setPreferences(PreferenceStore* preferences)
+{
+    if (m_preferences == preferences) {
+        return;
+    }
+    disconnect(m_storeConnection);
+    m_preferences = preferences;
+    if (m_preferences) {
+        m_storeConnection = connect(m_preferences, &PreferenceStore::changed, this,
+                                    &HotkeySettings::refreshHasHotkey);
+    }
+    refreshHasHotkey();
+    emit preferencesChanged();
+}
+
+void HotkeySettings::setUseDoubleCopy(bool use)
+{
+    if (m_useDoubleCopy == use) {
+        return;
+    }
+    m_useDoubleCopy = use;
+    if (m_preferences) {
+        m_preferences->setBoolean(Preferences::useDoubleCopy, use);
+    }
+    emit useDoubleCopyChanged();
+}
+
+void HotkeySettings::setIsRecording(bool recording)
+{
+    if (m_isRecording == recording) {
+        return;
+    }
+    m_isRecording = recording;
+    emit isRecordingChanged();
+}
+
+void HotkeySettings::load()
+{
+    if (!m_preferences) {
+        return;
+    }
+    // Like every change of the switch, a load that turns it off stores the value.
+    setUseDoubleCopy(m_preferences->readUseDoubleCopy());
+    loadHotkeyDisplay();
+    refreshHasHotkey();
+}
+
+void HotkeySettings::recordHotkey(quint32 keyCode, quint32 modifiers)
+{
+    if (m_preferences) {
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, keyCode);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, modifiers);
+    }
+    loadHotkeyDisplay();
+    setIsRecording(false);
+}
+
+void HotkeySettings::clearHotkey()
+{
+    if (m_preferences) {
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 0);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, 0);
+    }
+    loadHotkeyDisplay();
+}
+
+QString HotkeySettings::displayText(qint64 keyCode, qint64 modifiers)
+{
+    if (keyCode == 0) {
+        return u"Not set"_s;
+    }
+    if (!fitsUnsigned32(keyCode) || !fitsUnsigned32(modifiers)) {
+        return u"Invalid shortcut"_s;
+    }
+    return KeyMap::displayText(quint32(keyCode), quint32(modifiers) & KeyMap::allModifiers);
+}
+
+void HotkeySettings::loadHotkeyDisplay()
+{
+    QString text = displayText(0, 0);
+    if (m_preferences) {
+        text = displayText(m_preferences->integer(Preferences::customHotkeyKeyCode),
+                           m_preferences->integer(Preferences::customHotkeyModifiers));
+    }
+    if (m_hotkeyDisplay == text) {
+        return;
+    }
+    m_hotkeyDisplay = text;
+    emit hotkeyDisplayChanged();
+}
+
+void HotkeySettings::refreshHasHotkey()
+{
+    const bool has = m_preferences && m_preferences->integer(Preferences::customHotkeyKeyCode) != 0;
+    if (m_hasHotkey == has) {
+        return;
+    }
+    m_hasHotkey = has;
+    emit hasHotkeyChanged();
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QtQml/qqmlregistration.h>
+
+class PreferenceStore;
+
+/// The Hotkey tab's settings: the double-copy switch and the recorded global hotkey.
+/// Everything is written to the preference store at once; the application re-arms its
+/// triggers from there.
+class HotkeySettings : public QObject {
+    Q_OBJECT
+    QML_ELEMENT
+    Q_MOC_INCLUDE("model/PreferenceStore.h")
+    Q_PROPERTY(PreferenceStore* preferences READ preferences WRITE setPreferences NOTIFY
+                   preferencesChanged)
+    Q_PROPERTY(
+        bool useDoubleCopy READ useDoubleCopy WRITE setUseDoubleCopy NOTIFY useDoubleCopyChanged)
+    Q_PROPERTY(QString hotkeyDisplay READ hotkeyDisplay NOTIFY hotkeyDisplayChanged)
+    /// Whether a key code other than 0 is stored, as the store holds it now.
+    Q_PROPERTY(bool hasHotkey READ hasHotkey NOTIFY hasHotkeyChanged)
+    Q_PROPERTY(bool isRecording READ isRecording WRITE setIsRecording NOTIFY isRecordingChanged)
+
+public:
+    explicit HotkeySettings(QObject* parent = nullptr);
+
+    PreferenceStore* preferences() const { return m_preferences; }
+    void setPreferences(PreferenceStore* preferences);
+
+    bool useDoubleCopy() const { return m_useDoubleCopy; }
+    void setUseDoubleCopy(bool use);
+
+    QString hotkeyDisplay() const { return m_hotkeyDisplay; }
+    bool hasHotkey() const { return m_hasHotkey; }
+
+    bool isRecording() const { return m_isRecording; }
+    void setIsRecording(bool recording);
+
+    /// Reads the switch and the hotkey from the store; a stored "off" is written back.
+    Q_INVOKABLE void load();
+    /// Stores a recorded combination, shows it and ends recording.
+    Q_INVOKABLE void recordHotkey(quint32 keyCode, quint32 modifiers);
+    /// Stores 0 and 0: no hotkey.
+    Q_INVOKABLE void clearHotkey();
+
+    /// What the shortcut button shows for stored values: "Not set" for key code 0,
+    /// "Ctrl+Shift+Space" and the like, "Key96" for keys without a name, and "Invalid
+    /// shortcut" for values no key event can give.
+    static QString displayText(qint64 keyCode, qint64 modifiers);
+
+signals:
+    void preferencesChanged();
+    void useDoubleCopyChanged();
+    void hotkeyDisplayChanged();
+    void hasHotkeyChanged();
+    void isRecordingChanged();
+
+private:
+    void loadHotkeyDisplay();
+    void refreshHasHotkey();
+
+    QPointer<PreferenceStore> m_preferences;
+    QMetaObject::Connection m_storeConnection;
+    bool m_useDoubleCopy = true;
+    QString m_hotkeyDisplay;
+    bool m_hasHotkey = false;
+    bool m_isRecording = false;
+};

@@ -1,0 +1,113 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Controls.Fusion
+import Ravelo
+
+// The triggers: double copy on or off, the recorded global hotkey, and the request for
+// the Accessibility permission.
+Item {
+    id: tab
+
+    // Asks for the Accessibility permission; null where the permission is automatic.
+    property var trust: null
+    readonly property string copyKeys: KeyNames.shortcut("\u2318C")
+
+    HotkeySettings {
+        id: settings
+        objectName: "hotkeySettings"
+        preferences: AppState.preferences
+    }
+
+    Component.onCompleted: settings.load()
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 16
+        spacing: 14
+
+        FormSection {
+            title: "Trigger Method"
+            Layout.fillWidth: true
+
+            Switch {
+                objectName: "doubleCopySwitch"
+                Layout.fillWidth: true
+                text: tab.copyKeys + ", C (double copy)"
+                checked: settings.useDoubleCopy
+                onToggled: settings.useDoubleCopy = checked
+            }
+            SettingsCaption {
+                text: "Press " + tab.copyKeys
+                      + " twice quickly to open the Ravelo panel. Requires Accessibility permission."
+            }
+        }
+
+        FormSection {
+            title: "Custom Global Hotkey"
+            Layout.fillWidth: true
+
+            Item {
+                Layout.fillWidth: true
+                implicitHeight: shortcutRow.implicitHeight
+
+                // Behind the row: takes the keyboard while recording.
+                HotkeyRecorder {
+                    id: recorder
+                    objectName: "recorder"
+                    anchors.fill: parent
+                    recording: settings.isRecording
+                    onRecorded: (keyCode, modifiers) => settings.recordHotkey(keyCode, modifiers)
+                }
+
+                RowLayout {
+                    id: shortcutRow
+                    anchors.fill: parent
+
+                    Label {
+                        text: "Shortcut:"
+                    }
+                    Item {
+                        Layout.fillWidth: true
+                    }
+                    Button {
+                        objectName: "recordButton"
+                        text: settings.isRecording ? "Press keys\u2026" : settings.hotkeyDisplay
+                        Layout.minimumWidth: 120
+                        onClicked: settings.isRecording = !settings.isRecording
+                    }
+                    Button {
+                        objectName: "clearButton"
+                        visible: settings.hasHotkey
+                        text: "Clear"
+                        flat: true
+                        palette.buttonText: "#d93a32"
+                        onClicked: settings.clearHotkey()
+                    }
+                }
+            }
+            SettingsCaption {
+                text: "Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled."
+            }
+        }
+
+        FormSection {
+            Layout.fillWidth: true
+
+            Button {
+                objectName: "accessibilityButton"
+                text: "Request Accessibility Permission"
+                onClicked: {
+                    if (tab.trust && !tab.trust.isTrusted())
+                        tab.trust.requestTrust()
+                }
+            }
+            SettingsCaption {
+                text: "Ravelo needs Accessibility access to detect global keyboard shortcuts."
+            }
+        }
+
+        Item {
+            Layout.fillHeight: true
+        }
+    }
+}

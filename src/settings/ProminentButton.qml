@@ -1,0 +1,34 @@
+import QtQuick
+import QtQuick.Controls.Fusion
+import QtQuick.Controls.impl
+
+// The default action of a window: filled with the accent colour while it is enabled.
+Button {
+    id: control
+
+    readonly property color accent: palette.highlight
+
+    icon.color: enabled ? palette.highlightedText : palette.buttonText
+
+    background: Rectangle {
+        implicitWidth: 80
+        implicitHeight: 24
+        radius: 3
+        color: !control.enabled ? control.palette.button
+                                : control.down ? Qt.darker(control.accent, 1.15)
+                                               : control.hovered ? Qt.lighter(control.accent, 1.08)
+                                                                 : control.accent
+        border.width: 1
+        border.color: control.enabled ? Qt.darker(control.accent, 1.25) : control.palette.mid
+    }
+
+    contentItem: IconLabel {
+        spacing: control.spacing
+        mirrored: control.mirrored
+        display: control.display
+        icon: control.icon
+        text: control.text
+        font: control.font
+        color: control.enabled ? control.palette.highlightedText : control.palette.buttonText
+    }
+}

@@ -1,0 +1,145 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Controls.Fusion
+import QtQuick.Controls.impl
+import Ravelo
+
+// Edits one prompt's title and system prompt in place of the list. "Save" (Return, or
+// Ctrl+Return inside the system prompt) needs both texts; Esc, "Cancel" and "Back" leave
+// without a change.
+ColumnLayout {
+    id: editorRoot
+
+    required property prompt prompt
+    required property bool isNew
+
+    // The prompt's id and number stay as they came in; only the two texts change.
+    signal save(string title, string systemPrompt)
+    signal cancel
+
+    readonly property bool canSave: titleField.text.length > 0 && systemPromptArea.text.length > 0
+
+    function trySave() {
+        if (!canSave)
+            return
+        save(titleField.text, systemPromptArea.text)
+    }
+
+    spacing: 0
+
+    Shortcut {
+        sequence: "Esc"
+        onActivated: editorRoot.cancel()
+    }
+    Shortcut {
+        sequences: ["Return", "Enter", "Ctrl+Return", "Ctrl+Enter"]
+        enabled: editorRoot.canSave
+        onActivated: editorRoot.trySave()
+    }
+
+    ColumnLayout {
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+        Layout.margins: 16
+        spacing: 12
+
+        RowLayout {
+            Layout.fillWidth: true
+
+            ToolButton {
+                objectName: "backButton"
+                text: "Back"
+                icon.source: "icons/chevron.left.svg"
+                icon.width: 12
+                icon.height: 12
+                focusPolicy: Qt.NoFocus
+                onClicked: editorRoot.cancel()
+            }
+            Item {
+                Layout.fillWidth: true
+            }
+            Label {
+                objectName: "header"
+                text: editorRoot.isNew ? "New Prompt" : "Edit Prompt"
+                font.pixelSize: SettingsStyle.headline
+                font.weight: Font.DemiBold
+            }
+            Item {
+                Layout.fillWidth: true
+            }
+            Item {
+                // Balances the Back button so that the header stays centred.
+                implicitWidth: 50
+                implicitHeight: 1
+            }
+        }
+
+        TextField {
+            id: titleField
+            objectName: "titleField"
+            Layout.fillWidth: true
+            placeholderText: "Title"
+            text: editorRoot.prompt.title
+            focus: true
+        }
+
+        ColumnLayout {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            spacing: 4
+
+            Label {
+                text: "System Prompt"
+                font.pixelSize: SettingsStyle.caption
+                color: SettingsStyle.secondary(palette.windowText)
+            }
+            ScrollView {
+                id: scroller
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+                contentWidth: availableWidth
+
+                TextArea {
+                    id: systemPromptArea
+                    objectName: "systemPromptArea"
+                    text: editorRoot.prompt.systemPrompt
+                    wrapMode: TextEdit.Wrap
+                    textFormat: TextEdit.PlainText
+                    background: Rectangle {
+                        color: systemPromptArea.palette.base
+                        radius: 4
+                        border.width: 1
+                        border.color: systemPromptArea.activeFocus
+                                      ? systemPromptArea.palette.highlight
+                                      : Qt.rgba(systemPromptArea.palette.windowText.r,
+                                                systemPromptArea.palette.windowText.g,
+                                                systemPromptArea.palette.windowText.b, 0.2)
+                    }
+                }
+            }
+        }
+    }
+
+    SettingsDivider {
+        Layout.fillWidth: true
+    }
+
+    RowLayout {
+        Layout.margins: 12
+
+        Button {
+            objectName: "cancelButton"
+            text: "Cancel"
+            onClicked: editorRoot.cancel()
+        }
+        Item {
+            Layout.fillWidth: true
+        }
+        ProminentButton {
+            objectName: "saveButton"
+            text: "Save"
+            enabled: editorRoot.canSave
+            onClicked: editorRoot.trySave()
+        }
+    }
+}

@@ -1,0 +1,246 @@
+#include "QmlHarness.h"
+#include "onboarding/OnboardingFlow.h"
+#include "platform/AccessibilityTrust.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(RaveloPlugin)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A permission that the user grants after a number of checks, as the system's own
+// dialog would be answered some time after the request.
+class GrantedLater : public AccessibilityTrust {
+public:
+    explicit GrantedLater(int grantedAfterChecks)
+        : m_grantedAfter(grantedAfterChecks)
+    {}
+    bool isTrusted() const override { return ++m_checks > m_grantedAfter; }
+    void requestTrust() override { ++requests; }
+
+    int checks() const { return m_checks; }
+    int requests = 0;
+
+private:
+    int m_grantedAfter;
+    mutable int m_checks = 0;
+};
+
+} // namespace
+
+class TestOnboardingView : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void returnWalksThePagesAndGetStartedFinishes();
+    void backAndContinueButtons();
+    void pagesFade();
+    void keyIsStoredAsTyped();
+    void storedKeyIsShownAndWrittenBack();
+    void automaticTrustShowsAllSetAtOnce();
+    void grantRequestChecksThirtyTimesPerPress();
+    void grantNoticedByALaterCheck();
+
+private:
+    std::unique_ptr<QQuickView> showOnboarding(QmlHarness& harness,
+                                               AccessibilityTrust* trust = nullptr);
+    static OnboardingFlow* flowOf(QQuickView* view);
+
+    QTemporaryDir m_dir;
+    QString m_path;
+    int m_case = 0;
+};
+
+void TestOnboardingView::init()
+{
+    m_path = m_dir.filePath(u"case%1.conf"_s.arg(++m_case));
+}
+
+std::unique_ptr<QQuickView> TestOnboardingView::showOnboarding(QmlHarness& harness,
+                                                               AccessibilityTrust* trust)
+{
+    QVariantMap properties{{u"checkInterval"_s, 2}};
+    if (trust) {
+        properties.insert(u"trust"_s, QVariant::fromValue<QObject*>(trust));
+    }
+    return harness.show(u"qrc:/Ravelo/onboarding/OnboardingView.qml"_s, properties);
+}
+
+OnboardingFlow* TestOnboardingView::flowOf(QQuickView* view)
+{
+    return view->rootObject()->property("flow").value<OnboardingFlow*>();
+}
+
+void TestOnboardingView::returnWalksThePagesAndGetStartedFinishes()
+{
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    QCOMPARE(view->size(), QSize(560, 460));
+    OnboardingFlow* flow = flowOf(view.get());
+    QQuickItem* primary = findItem(view.get(), "continueButton");
+    bool flagStoredFirst = false;
+    QSignalSpy completed(view->rootObject(), SIGNAL(completed()));
+    QObject::connect(flow, &OnboardingFlow::completed, [&] {
+        flagStoredFirst = harness.store.boolean(Preferences::hasCompletedOnboarding);
+    });
+
+    for (int step = 0; step < 3; ++step) {
+        QCOMPARE(flow->currentStep(), step);
+        QCOMPARE(primary->property("text").toString(), u"Continue"_s);
+        QTest::keyClick(view.get(), Qt::Key_Return);
+    }
+    QCOMPARE(flow->currentStep(), 3);
+    QCOMPARE(primary->property("text").toString(), u"Get Started"_s);
+    QVERIFY(!harness.store.contains(Preferences::hasCompletedOnboarding));
+    // Nothing was typed: the key stays absent.
+    QVERIFY(!harness.store.contains(Preferences::apiKey));
+    QTest::keyClick(view.get(), Qt::Key_Return);
+    QCOMPARE(completed.count(), 1);
+    QVERIFY(flagStoredFirst);
+}
+
+void TestOnboardingView::backAndContinueButtons()
+{
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    OnboardingFlow* flow = flowOf(view.get());
+    QQuickItem* back = findItem(view.get(), "backButton");
+    QVERIFY(!back->isVisible());
+    click(findItem(view.get(), "continueButton"));
+    click(findItem(view.get(), "continueButton"));
+    QCOMPARE(flow->currentStep(), 2);
+    QVERIFY(back->isVisible());
+    click(back);
+    QCOMPARE(flow->currentStep(), 1);
+    click(back);
+    QCOMPARE(flow->currentStep(), 0);
+    QVERIFY(!back->isVisible());
+    flow->back();
+    QCOMPARE(flow->currentStep(), 0);
+}
+
+void TestOnboardingView::pagesFade()
+{
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    QQuickItem* dots = findItem(view.get(), "pageDots");
+    QVERIFY(dots);
+    QList<QQuickItem*> pages;
+    for (QQuickItem* item : dots->parentItem()->parentItem()->childItems().first()->childItems()) {
+        if (item->property("step").isValid()) {
+            pages.append(item);
+        }
+    }
+    QCOMPARE(pages.size(), 4);
+    QCOMPARE(pages[0]->opacity(), 1.0);
+    QCOMPARE(pages[1]->opacity(), 0.0);
+    flowOf(view.get())->next();
+    QTRY_VERIFY(pages[1]->opacity() > 0.0 && pages[1]->opacity() < 1.0);
+    QTRY_COMPARE(pages[1]->opacity(), 1.0);
+    QCOMPARE(pages[0]->opacity(), 0.0);
+    QVERIFY(!pages[0]->isEnabled());
+}
+
+void TestOnboardingView::keyIsStoredAsTyped()
+{
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    flowOf(view.get())->setCurrentStep(2);
+    QQuickItem* field = findItem(view.get(), "apiKeyField");
+    QQuickItem* warning = findItem(view.get(), "keyWarning");
+    QTRY_VERIFY(field->hasActiveFocus());
+    QVERIFY(!warning->isVisible());
+
+    typeText(view.get(), u"abc "_s);
+    QCOMPARE(harness.store.string(Preferences::apiKey), u"abc "_s);
+    QVERIFY(warning->isVisible());
+    for (int i = 0; i < 4; ++i) {
+        QTest::keyClick(view.get(), Qt::Key_Backspace);
+    }
+    QVERIFY(harness.store.contains(Preferences::apiKey));
+    QCOMPARE(harness.store.string(Preferences::apiKey), QString());
+    QVERIFY(!warning->isVisible());
+
+    typeText(view.get(), u"sk-"_s);
+    QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-"_s);
+    QVERIFY(!warning->isVisible());
+    QTest::keyClick(view.get(), Qt::Key_Home);
+    QTest::keyClick(view.get(), ' ');
+    QCOMPARE(harness.store.string(Preferences::apiKey), u" sk-"_s);
+    QVERIFY(warning->isVisible());
+}
+
+void TestOnboardingView::storedKeyIsShownAndWrittenBack()
+{
+    QmlHarness harness(m_path);
+    harness.store.setString(Preferences::apiKey, u"sk-kept"_s);
+    QSignalSpy changed(&harness.store, &PreferenceStore::changed);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    QCOMPARE(findItem(view.get(), "apiKeyField")->property("text").toString(), u"sk-kept"_s);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-kept"_s);
+}
+
+void TestOnboardingView::automaticTrustShowsAllSetAtOnce()
+{
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    flowOf(view.get())->setCurrentStep(3);
+    QCOMPARE(findItem(view.get(), "permissionTitle")->property("text").toString(),
+             u"You're All Set!"_s);
+    QVERIFY(findItem(view.get(), "menuBarHint")->isVisible());
+    QVERIFY(!findItem(view.get(), "grantButton")->isVisible());
+}
+
+void TestOnboardingView::grantRequestChecksThirtyTimesPerPress()
+{
+    QmlHarness harness(m_path);
+    GrantedLater never(std::numeric_limits<int>::max());
+    auto view = showOnboarding(harness, &never);
+    QVERIFY(view);
+    flowOf(view.get())->setCurrentStep(3);
+    QCOMPARE(findItem(view.get(), "permissionTitle")->property("text").toString(),
+             u"One More Thing"_s);
+    QCOMPARE(never.checks(), 1); // on appearance
+    QQuickItem* grant = findItem(view.get(), "grantButton");
+    QVERIFY(grant->isVisible());
+    click(grant);
+    click(grant);
+    QCOMPARE(never.requests, 2);
+    // One check per press, then 30 scheduled checks for each press.
+    QTRY_COMPARE(never.checks(), 1 + 2 + 2 * OnboardingFlow::checkCount);
+    QTest::qWait(50);
+    QCOMPARE(never.checks(), 1 + 2 + 2 * OnboardingFlow::checkCount);
+}
+
+void TestOnboardingView::grantNoticedByALaterCheck()
+{
+    QmlHarness harness(m_path);
+    GrantedLater later(10);
+    auto view = showOnboarding(harness, &later);
+    QVERIFY(view);
+    OnboardingFlow* flow = flowOf(view.get());
+    flow->setCurrentStep(3);
+    QSignalSpy granted(flow, &OnboardingFlow::accessibilityGrantedChanged);
+    click(findItem(view.get(), "grantButton"));
+    click(findItem(view.get(), "grantButton"));
+    QTRY_VERIFY(flow->accessibilityGranted());
+    QCOMPARE(findItem(view.get(), "permissionTitle")->property("text").toString(),
+             u"You're All Set!"_s);
+    QTest::qWait(100);
+    QCOMPARE(granted.count(), 1);
+}
+
+QTEST_MAIN(TestOnboardingView)
+#include "tst_onboardingview.moc"

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "app/AppState.h"
+#include "model/PreferenceStore.h"
+
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
+#include <QTest>
+#include <QtQuickTest/quicktest.h>
+
+#include <algorithm>
+
+#include <memory>
+
+// A preference file of its own, the application state over it and a QML engine that
+// sees that state as `AppState`: what the preferences and walkthrough views run on.
+struct QmlHarness {
+    explicit QmlHarness(const QString& path)
+        : store(path)
+        , state(&store)
+    {
+        AppState::setQmlInstance(&state);
+        engine = std::make_unique<QQmlEngine>();
+        engine->addImportPath(QStringLiteral("qrc:/"));
+    }
+
+    // Loads a view from the module at its natural size and waits until it is exposed.
+    std::unique_ptr<QQuickView> show(const QString& url, const QVariantMap& properties = {})
+    {
+        auto view = std::make_unique<QQuickView>(engine.get(), nullptr);
+        view->setInitialProperties(properties);
+        view->setResizeMode(QQuickView::SizeViewToRootObject);
+        view->setSource(QUrl(url));
+        if (view->status() != QQuickView::Ready) {
+            qWarning() << view->errors();
+            return {};
+        }
+        view->show();
+        view->requestActivate();
+        if (!QTest::qWaitForWindowActive(view.get())) {
+            return {};
+        }
+        return view;
+    }
+
+    PreferenceStore store;
+    AppState state;
+    std::unique_ptr<QQmlEngine> engine;
+};
+
+// Every visible-tree descendant with that object name, delegates of views included.
+inline QList<QQuickItem*> findItems(QQuickItem* root, const char* name)
+{
+    QList<QQuickItem*> found;
+    const QList<QQuickItem*> children = root->childItems();
+    for (QQuickItem* child : children) {
+        if (child->objectName() == QLatin1String(name)) {
+            found.append(child);
+        }
+        found.append(findItems(child, name));
+    }
+    return found;
+}
+
+// The same items from top to bottom, as the rows of a list appear.
+inline QList<QQuickItem*> findItemsByPosition(QQuickItem* root, const char* name)
+{
+    QList<QQuickItem*> items = findItems(root, name);
+    items.removeIf([](QQuickItem* item) { return !item->isVisible(); });
+    std::sort(items.begin(), items.end(), [root](QQuickItem* a, QQuickItem* b) {
+        return a->mapToItem(root, {}).y() < b->mapToItem(root, {}).y();
+    });
+    return items;
+}
+
+template<typename T = QQuickItem> T* findItem(QQuickView* view, const char* name)
+{
+    const QList<QQuickItem*> items = findItems(view->rootObject(), name);
+    return items.isEmpty() ? nullptr : qobject_cast<T*>(items.first());
+}
+
+// Clicks the middle of an item.
+inline void click(QQuickItem* item)
+{
+    QVERIFY(item);
+    QQuickWindow* window = item->window();
+    // Buttons that just appeared are placed when the window is next polished.
+    QVERIFY(QQuickTest::qWaitForPolish(window));
+    const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+    QTest::mouseClick(window, Qt::LeftButton, Qt::NoModifier, centre.toPoint());
+}
+
+inline void typeText(QWindow* window, const QString& text)
+{
+    for (const QChar c : text) {
+        QTest::keyClick(window, c.toLatin1());
+    }
+}
