@@ -5,6 +5,8 @@
 #include <QQuickTextDocument>
 #include <QScreen>
 #include <QSignalSpy>
+#include <QTextBlock>
+#include <QTextBlockFormat>
 #include <QTextDocument>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -34,8 +36,12 @@ private slots:
     void captionsDisappearAfterTenRuns();
     void stripScrollsToTheCustomChip();
     void streamsALongAnswer();
+    void fragmentsBeforeAReplacementNeverShow_data();
+    void fragmentsBeforeAReplacementNeverShow();
+    void copiesRightAfterTheLastFragment();
 
 private:
+    QString streamAnswer(qsizetype length);
     QString answerText() const;
     QPointF centreOf(const char* name) const;
     void click(const char* name);
@@ -459,23 +465,59 @@ void TestFloatingPanel::stripScrollsToTheCustomChip()
     QTRY_COMPARE(strip->property("contentX").toReal() + strip->width(), chip->x() + chip->width());
 }
 
-void TestFloatingPanel::streamsALongAnswer()
+// Streams an answer of at least `length` characters in small fragments, a new paragraph now
+// and then; returns the whole answer.
+QString TestFloatingPanel::streamAnswer(qsizetype length)
 {
-    f->state->setIsLoading(true);
     QString expected;
     const QString paragraph =
         QStringLiteral("Streaming text arrives in small pieces, and each piece is appended. ");
     int count = 0;
-    while (expected.size() < 100000) {
+    while (expected.size() < length) {
         QString fragment = paragraph.mid(count % paragraph.size(), 5);
         if (++count % 40 == 0) {
             fragment += u'\n';
         }
         expected += fragment;
         f->state->appendResultText(fragment);
+        if (count % 500 == 0) {
+            QCoreApplication::processEvents(); // some fragments land between frames
+        }
     }
-    QCOMPARE(answerText(), expected);
+    return expected;
+}
+
+void TestFloatingPanel::streamsALongAnswer()
+{
+    QQuickItem* edit = f->item("answerText");
+    f->state->setIsLoading(true);
+    const QString first = streamAnswer(20);
+    QVERIFY(!f->item("thinking")->isVisible());
+    QTRY_COMPARE(answerText(), first);
+    const qreal shortHeight = edit->height();
+
+    const QString longer = first + streamAnswer(10000);
+    QTRY_COMPARE(answerText(), longer);
+    QCOMPARE(edit->property("text").toString(), longer);
+    const QString expected = longer + streamAnswer(90000);
+    QTRY_COMPARE(answerText(), expected);
+    QVERIFY(edit->height() > 100 * shortHeight);
+    // Every paragraph keeps the extra line spacing.
+    const QTextBlock last =
+        edit->property("textDocument").value<QQuickTextDocument*>()->textDocument()->lastBlock();
+    QCOMPARE(last.blockFormat().lineHeightType(), int(QTextBlockFormat::LineDistanceHeight));
+    QVERIFY(last.blockFormat().lineHeight() > 0);
+    // Once the stream pauses, the text edit's own idea of its text catches up.
+    QTRY_COMPARE(edit->property("text").toString(), expected);
     f->state->setIsLoading(false);
+
+    // A selected part copies as shown, with its paragraph breaks.
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    edit->forceActiveFocus();
+    QMetaObject::invokeMethod(edit, "select", Q_ARG(int, 90000), Q_ARG(int, 91000));
+    QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
+    QCOMPARE(QGuiApplication::clipboard()->text(), expected.mid(90000, 1000));
+    QCOMPARE(m_copies, 0);
 
     // An error replaces the whole answer; clearing empties it.
     f->state->setResultText(QStringLiteral("Error: Invalid API URL."));
@@ -484,7 +526,44 @@ void TestFloatingPanel::streamsALongAnswer()
     QCOMPARE(answerText(), QString());
     QCOMPARE(f->item("copyButton")->opacity(), 0.0);
     f->state->appendResultText(QStringLiteral("again"));
-    QCOMPARE(answerText(), QStringLiteral("again"));
+    QCOMPARE(f->item("copyButton")->opacity(), 1.0);
+    QTRY_COMPARE(answerText(), QStringLiteral("again"));
+}
+
+void TestFloatingPanel::fragmentsBeforeAReplacementNeverShow_data()
+{
+    QTest::addColumn<int>("length");
+    QTest::addColumn<QString>("replacement");
+    QTest::newRow("short answer, cleared") << 30 << QString();
+    QTest::newRow("short answer, error") << 30 << QStringLiteral("Error: Invalid API URL.");
+    QTest::newRow("long answer, cleared") << 20000 << QString();
+    QTest::newRow("long answer, error") << 20000 << QStringLiteral("Error: Invalid API URL.");
+}
+
+void TestFloatingPanel::fragmentsBeforeAReplacementNeverShow()
+{
+    QFETCH(int, length);
+    QFETCH(QString, replacement);
+    f->state->setIsLoading(true);
+    const QString shown = streamAnswer(length);
+    QTRY_COMPARE(answerText(), shown);
+    f->state->appendResultText(QStringLiteral(" and a last fragment"));
+    f->state->setResultText(replacement);
+    QCOMPARE(answerText(), replacement);
+    QTest::qWait(50); // several frames and event loop passes
+    QCOMPARE(answerText(), replacement);
+    // The next answer starts from the replacement, not from the dropped fragment.
+    f->state->appendResultText(QStringLiteral("Next"));
+    QTRY_COMPARE(answerText(), replacement + u"Next");
+}
+
+void TestFloatingPanel::copiesRightAfterTheLastFragment()
+{
+    const QString expected = streamAnswer(20000) + u"The end.";
+    f->state->appendResultText(QStringLiteral("The end."));
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    click("copyButton");
+    QCOMPARE(QGuiApplication::clipboard()->text(), expected);
 }
 
 QTEST_MAIN(TestFloatingPanel)
