@@ -28,13 +28,13 @@ field() { dpkg-deb --field "$deb" "$1"; }
 [ -n "$(field Maintainer)" ] || fail "no Maintainer"
 [ -n "$(field Homepage)" ] || fail "no Homepage"
 
-# Depends: the linked libraries as dpkg-shlibdeps found them, and the Qt Quick modules
-# loaded at run time.
+# Depends: the linked libraries as dpkg-shlibdeps found them, and what Qt loads at run
+# time: the Qt Quick modules, the SVG plugins, the certificates for HTTPS.
 depends="$(field Depends | tr -d ' ' | tr ',' '\n' | sed 's/(.*//')"
 for package in libc6 libqt6core6 libqt6gui6 libqt6network6 libqt6qml6 libqt6quick6 \
     libqt6widgets6 libxcb1 libxkbcommon-x11-0 \
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates \
-    qml6-module-qtqml-workerscript; do
+    qml6-module-qtqml-workerscript libqt6svg6 ca-certificates; do
     grep -qx "$package" <<<"$depends" || fail "Depends lacks $package: $(field Depends)"
 done
 # Nothing the tests or the development build need.

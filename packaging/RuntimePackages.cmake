@@ -56,13 +56,19 @@ function(ravelo_qml_runtime_packages out)
         endforeach()
     endwhile()
 
+    ravelo_packages_owning(packages ${qmldirs})
+    set(${out} ${packages} PARENT_SCOPE)
+endfunction()
+
+# ravelo_packages_owning(<out-var> <file>...) gives the Debian packages that hold the files.
+function(ravelo_packages_owning out)
     set(packages)
-    if(qmldirs)
-        execute_process(COMMAND dpkg-query --search ${qmldirs}
+    if(ARGN)
+        execute_process(COMMAND dpkg-query --search ${ARGN}
                         OUTPUT_VARIABLE owners RESULT_VARIABLE result ERROR_QUIET)
         if(NOT result EQUAL 0)
-            message(WARNING "Some QML modules of Qt belong to no Debian package; the .deb "
-                            "will not depend on them.")
+            message(WARNING "Some of ${ARGN} belong to no Debian package; the .deb will not "
+                            "depend on them.")
         endif()
         string(REGEX MATCHALL "[^\n]+" owner_lines "${owners}")
         foreach(line ${owner_lines})
