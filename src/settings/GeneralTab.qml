@@ -190,6 +190,12 @@ Item {
             }
         }
 
+        AutostartToggle {
+            objectName: "autostartToggle"
+            Layout.fillWidth: true
+            Layout.leftMargin: 4
+        }
+
         Item {
             Layout.fillHeight: true
         }

@@ -1,0 +1,342 @@
+#include "settings/AutostartEntry.h"
+
+#include <QDir>
+#include <QFile>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+
+Q_IMPORT_QML_PLUGIN(RaveloPlugin)
+
+using namespace Qt::StringLiterals;
+
+class TestAutostartEntry : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void entryPathFollowsXdgConfigHome_data();
+    void entryPathFollowsXdgConfigHome();
+    void createsDetectsAndRemoves();
+    void refreshSeesOutsideChanges();
+    void disabledEntriesCountAsOff_data();
+    void disabledEntriesCountAsOff();
+    void execNamesTheProgram_data();
+    void execNamesTheProgram();
+    void failedWritesReportAndKeepState_data();
+    void failedWritesReportAndKeepState();
+    void writesNoPreferences();
+    void toggleFollowsTheEntry();
+
+private:
+    QString entryFile() const { return m_dir->path() + "/config/autostart/ravelo.desktop"_L1; }
+    static QByteArray readAll(const QString& path);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QByteArray m_savedConfigHome;
+    QByteArray m_savedHome;
+    QByteArray m_savedPath;
+};
+
+void TestAutostartEntry::init()
+{
+    m_savedConfigHome = qgetenv("XDG_CONFIG_HOME");
+    m_savedHome = qgetenv("HOME");
+    m_savedPath = qgetenv("PATH");
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir->path() + "/config"_L1));
+}
+
+void TestAutostartEntry::cleanup()
+{
+    // Give a read-only folder its permissions back so that it can be removed.
+    chmod(QFile::encodeName(m_dir->path() + "/config/autostart"_L1).constData(), 0700);
+    m_dir.reset();
+    qputenv("XDG_CONFIG_HOME", m_savedConfigHome);
+    qputenv("HOME", m_savedHome);
+    qputenv("PATH", m_savedPath);
+}
+
+QByteArray TestAutostartEntry::readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestAutostartEntry::entryPathFollowsXdgConfigHome_data()
+{
+    QTest::addColumn<QString>("configHome");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("set") << u"/xdg/conf"_s << u"/xdg/conf/autostart/ravelo.desktop"_s;
+    QTest::newRow("unset") << QString() << u"/home/someone/.config/autostart/ravelo.desktop"_s;
+    QTest::newRow("relative is ignored")
+        << u"conf"_s << u"/home/someone/.config/autostart/ravelo.desktop"_s;
+}
+
+void TestAutostartEntry::entryPathFollowsXdgConfigHome()
+{
+    QFETCH(QString, configHome);
+    QFETCH(QString, expected);
+    qputenv("HOME", "/home/someone");
+    if (configHome.isNull()) {
+        qunsetenv("XDG_CONFIG_HOME");
+    } else {
+        qputenv("XDG_CONFIG_HOME", configHome.toUtf8());
+    }
+    QCOMPARE(AutostartEntry::entryPath(), expected);
+}
+
+void TestAutostartEntry::createsDetectsAndRemoves()
+{
+    AutostartEntry entry;
+    QCOMPARE(entry.path(), entryFile());
+    QVERIFY(!entry.enabled());
+    QSignalSpy changed(&entry, &AutostartEntry::enabledChanged);
+
+    entry.setEnabled(true);
+    QVERIFY(entry.enabled());
+    QCOMPARE(changed.count(), 1);
+    QVERIFY(entry.error().isEmpty());
+    const QByteArray contents = readAll(entryFile());
+    QVERIFY(contents.startsWith("[Desktop Entry]\n"));
+    QVERIFY(contents.contains("\nType=Application\n"));
+    QVERIFY(contents.contains("\nName=Ravelo\n"));
+    QVERIFY(contents.contains("\nExec="));
+    QVERIFY(contents.contains("\nX-GNOME-Autostart-enabled=true\n"));
+
+    // A second object sees the entry the first one wrote.
+    QVERIFY(AutostartEntry().enabled());
+
+    entry.setEnabled(true);
+    QCOMPARE(changed.count(), 1);
+
+    entry.setEnabled(false);
+    QVERIFY(!entry.enabled());
+    QCOMPARE(changed.count(), 2);
+    QVERIFY(!QFile::exists(entryFile()));
+    QVERIFY(!AutostartEntry().enabled());
+}
+
+void TestAutostartEntry::refreshSeesOutsideChanges()
+{
+    AutostartEntry entry;
+    QSignalSpy changed(&entry, &AutostartEntry::enabledChanged);
+    QVERIFY(QDir().mkpath(QFileInfo(entryFile()).path()));
+    QFile file(entryFile());
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[Desktop Entry]\nType=Application\nName=Ravelo\nExec=ravelo\n");
+    file.close();
+
+    QVERIFY(!entry.enabled());
+    entry.refresh();
+    QVERIFY(entry.enabled());
+    QCOMPARE(changed.count(), 1);
+    entry.refresh();
+    QCOMPARE(changed.count(), 1);
+
+    QVERIFY(QFile::remove(entryFile()));
+    entry.refresh();
+    QVERIFY(!entry.enabled());
+    QCOMPARE(changed.count(), 2);
+
+    // Ticking the box again after the outside removal writes a new entry.
+    entry.setEnabled(true);
+    QVERIFY(QFile::exists(entryFile()));
+}
+
+void TestAutostartEntry::disabledEntriesCountAsOff_data()
+{
+    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<bool>("active");
+    QTest::newRow("plain") << QByteArray("[Desktop Entry]\nExec=ravelo\n") << true;
+    QTest::newRow("gnome switch on")
+        << QByteArray("[Desktop Entry]\nX-GNOME-Autostart-enabled=true\n") << true;
+    QTest::newRow("gnome switch off")
+        << QByteArray("[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n") << false;
+    QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=ravelo\nHidden = true\n") << false;
+    QTest::newRow("hidden in another group")
+        << QByteArray("[Desktop Entry]\nExec=ravelo\n[Desktop Action x]\nHidden=true\n") << true;
+    QTest::newRow("empty") << QByteArray() << true;
+}
+
+void TestAutostartEntry::disabledEntriesCountAsOff()
+{
+    QFETCH(QByteArray, contents);
+    QFETCH(bool, active);
+    QCOMPARE(AutostartEntry::entryIsActive(contents), active);
+
+    QVERIFY(QDir().mkpath(QFileInfo(entryFile()).path()));
+    QFile file(entryFile());
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(contents);
+    file.close();
+    AutostartEntry entry;
+    QCOMPARE(entry.enabled(), active);
+    if (!active) {
+        // Ticking the box turns the user's disabled entry into one that starts Ravelo.
+        entry.setEnabled(true);
+        QVERIFY(AutostartEntry::entryIsActive(readAll(entryFile())));
+    }
+}
+
+void TestAutostartEntry::execNamesTheProgram_data()
+{
+    QTest::addColumn<QString>("programName");
+    QTest::addColumn<bool>("onPath");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("on PATH") << u"ravelo"_s << true << u"ravelo"_s;
+    QTest::newRow("not on PATH") << u"ravelo"_s << false << u"%1/bin/ravelo"_s;
+    QTest::newRow("another ravelo on PATH") << u"other"_s << true << u"%1/bin/other"_s;
+    QTest::newRow("space") << u"my ravelo"_s << false << u"\"%1/bin/my ravelo\""_s;
+    QTest::newRow("dollar and percent") << u"r$v%o"_s << false << u"\"%1/bin/r\\\\$v%%o\""_s;
+}
+
+void TestAutostartEntry::execNamesTheProgram()
+{
+    QFETCH(QString, programName);
+    QFETCH(bool, onPath);
+    QFETCH(QString, expected);
+    const QString bin = m_dir->path() + "/bin"_L1;
+    QVERIFY(QDir().mkpath(bin));
+    for (const QString& name : {u"ravelo"_s, programName}) {
+        QFile program(bin + u'/' + name);
+        QVERIFY(program.open(QIODevice::WriteOnly));
+        program.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    qputenv("PATH", onPath ? QFile::encodeName(bin) : QByteArray("/nonexistent"));
+    const QString line = AutostartEntry::execLine(bin + u'/' + programName);
+    QCOMPARE(line, expected.contains("%1"_L1) ? expected.arg(m_dir->path()) : expected);
+
+    AutostartEntry entry;
+    entry.setProgramPath(bin + u'/' + programName);
+    entry.setEnabled(true);
+    const QByteArray execKey = "\nExec="_ba + line.toUtf8() + '\n';
+    QVERIFY(readAll(entryFile()).contains(execKey));
+}
+
+void TestAutostartEntry::failedWritesReportAndKeepState_data()
+{
+    QTest::addColumn<QString>("obstacle");
+    QTest::addColumn<bool>("enable");
+    QTest::newRow("autostart is a file") << u"file"_s << true;
+    QTest::newRow("entry is a folder") << u"folder"_s << true;
+    QTest::newRow("read-only folder") << u"read-only"_s << true;
+    QTest::newRow("read-only folder, removing") << u"read-only"_s << false;
+}
+
+void TestAutostartEntry::failedWritesReportAndKeepState()
+{
+    QFETCH(QString, obstacle);
+    QFETCH(bool, enable);
+    const QString folder = QFileInfo(entryFile()).path();
+    if (obstacle == "file"_L1) {
+        QVERIFY(QDir().mkpath(QFileInfo(folder).path()));
+        QFile file(folder);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    } else if (obstacle == "folder"_L1) {
+        QVERIFY(QDir().mkpath(entryFile() + "/inside"_L1));
+    } else {
+        if (geteuid() == 0) {
+            QSKIP("root writes into read-only folders");
+        }
+        QVERIFY(QDir().mkpath(folder));
+        if (!enable) {
+            QFile file(entryFile());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("[Desktop Entry]\nExec=ravelo\n");
+        }
+        QVERIFY(chmod(QFile::encodeName(folder).constData(), 0500) == 0);
+    }
+
+    AutostartEntry entry;
+    QCOMPARE(entry.enabled(), !enable);
+    QSignalSpy changed(&entry, &AutostartEntry::enabledChanged);
+    QSignalSpy errorChanged(&entry, &AutostartEntry::errorChanged);
+    entry.setEnabled(enable);
+    QCOMPARE(entry.enabled(), !enable);
+    QVERIFY2(entry.error().contains(entry.path()) || entry.error().contains(folder),
+             qPrintable(entry.error()));
+    QCOMPARE(errorChanged.count(), 1);
+    // A control bound to the state hears that it stays as it was.
+    QCOMPARE(changed.count(), 1);
+
+    // Once the obstacle is gone, the next try succeeds and clears the message.
+    chmod(QFile::encodeName(folder).constData(), 0700);
+    if (obstacle == "file"_L1) {
+        QVERIFY(QFile::remove(folder));
+    } else if (obstacle == "folder"_L1) {
+        QVERIFY(QDir(entryFile()).removeRecursively());
+    }
+    entry.setEnabled(enable);
+    QCOMPARE(entry.enabled(), enable);
+    QVERIFY(entry.error().isEmpty());
+}
+
+void TestAutostartEntry::writesNoPreferences()
+{
+    AutostartEntry entry;
+    entry.setEnabled(true);
+    entry.setEnabled(false);
+    const QStringList left = QDir(m_dir->path() + "/config"_L1)
+                                 .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    QCOMPARE(left, QStringList{u"autostart"_s});
+    QVERIFY(QDir(m_dir->path() + "/config/autostart"_L1).isEmpty());
+}
+
+void TestAutostartEntry::toggleFollowsTheEntry()
+{
+    QQmlEngine engine;
+    engine.addImportPath(u"qrc:/"_s);
+    QQmlComponent component(&engine);
+    component.setData("import QtQuick\nimport Ravelo\nWindow { width: 320; height: 120\n"
+                      "property alias toggle: t\nAutostartToggle { id: t; width: 300 } }",
+                      QUrl(u"qrc:/test/Host.qml"_s));
+    std::unique_ptr<QObject> host(component.create());
+    QVERIFY2(host, qPrintable(component.errorString()));
+    auto* window = qobject_cast<QQuickWindow*>(host.get());
+    QVERIFY(window);
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    auto* toggle = host->property("toggle").value<QQuickItem*>();
+    QVERIFY(toggle);
+    auto* entry = toggle->property("entry").value<AutostartEntry*>();
+    auto* box = toggle->property("checkBox").value<QQuickItem*>();
+    QVERIFY(entry && box);
+    QCOMPARE(box->property("text").toString(), u"Start Ravelo at login"_s);
+    QCOMPARE(box->property("checked").toBool(), false);
+    const auto click = [&] {
+        const QPointF centre = box->mapToScene(QPointF(box->width() / 2, box->height() / 2));
+        QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
+    };
+
+    click();
+    QVERIFY(QFile::exists(entryFile()));
+    QCOMPARE(box->property("checked").toBool(), true);
+
+    // Shown again after the entry went away outside Ravelo, it reads it again.
+    toggle->setVisible(false);
+    QVERIFY(QFile::remove(entryFile()));
+    toggle->setVisible(true);
+    QCOMPARE(box->property("checked").toBool(), false);
+
+    // A click that cannot be written leaves the box as the entry is, and says why.
+    QVERIFY(QDir().mkpath(entryFile() + "/inside"_L1));
+    click();
+    QCOMPARE(box->property("checked").toBool(), false);
+    QVERIFY(!entry->error().isEmpty());
+}
+
+QTEST_MAIN(TestAutostartEntry)
+#include "tst_autostartentry.moc"
