@@ -5,9 +5,12 @@
 #include "app/PromptRun.h"
 #include "completion/CompletionStream.h"
 #include "model/PreferenceStore.h"
+#include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
 #include "platform/PlatformServices.h"
+#include "settings/HotkeyRecording.h"
+#include "settings/SettingsWindow.h"
 #include "triggers/HotkeyManager.h"
 
 #include <QClipboard>
@@ -52,13 +55,25 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     if (QClipboard* clipboard = QGuiApplication::clipboard()) {
         connect(clipboard, &QClipboard::dataChanged, this, &AppDelegate::noteClipboardChange);
     }
+    // While the key recorder listens, the hotkey's grab would take the very combination
+    // being recorded, and a double copy could open the panel: both rest until it is done.
+    connect(HotkeyRecording::instance(), &HotkeyRecording::activeChanged, this,
+            [this](bool active) {
+                if (active) {
+                    m_hotkeyManager->stop();
+                } else if (m_observingPreferences) {
+                    setupHotkeys();
+                }
+            });
 }
 
 AppDelegate::~AppDelegate()
 {
     cancelCurrentRun();
-    // The panel's view lives in the engine: the window goes first.
+    // The windows' views live in the engine: the windows go first.
     delete m_panel;
+    delete m_settingsWindow;
+    qDeleteAll(findChildren<OnboardingWindow*>(Qt::FindDirectChildrenOnly));
 }
 
 QQmlEngine* AppDelegate::qmlEngine()
@@ -106,6 +121,9 @@ void AppDelegate::setupHotkeys()
 
     m_hotkeyManager->stop();
     m_hotkeyManager->setDoubleCopyEnabled(useDoubleCopy);
+    if (HotkeyRecording::instance()->isActive()) {
+        return;
+    }
     if (useDoubleCopy) {
         m_hotkeyManager->startDoubleCopyMonitor();
     }
@@ -209,12 +227,34 @@ void AppDelegate::openSettings()
 {
     qCDebug(lcApp, "Preferences requested");
     emit settingsRequested();
+    if (!m_settingsWindow) {
+        m_settingsWindow = new SettingsWindow(qmlEngine(), this);
+        m_settingsWindow->setAccessibilityTrust(m_accessibility.get());
+    }
+    m_settingsWindow->open();
 }
 
 void AppDelegate::showOnboarding()
 {
     qCDebug(lcApp, "Walkthrough requested");
     emit onboardingRequested();
+    // An earlier walkthrough still open stays open; the newest is the one finishing closes.
+    auto* window = new OnboardingWindow(qmlEngine(), this);
+    window->setAccessibilityTrust(m_accessibility.get());
+    connect(window, &OnboardingWindow::completed, this, &AppDelegate::onboardingCompleted);
+    window->show();
+    m_onboardingWindow = window;
+}
+
+void AppDelegate::onboardingCompleted()
+{
+    if (m_onboardingWindow) {
+        m_onboardingWindow->close();
+        m_onboardingWindow->deleteLater();
+        m_onboardingWindow = nullptr;
+    }
+    requestAccessibility();
+    setupHotkeys();
 }
 
 void AppDelegate::cancelCurrentRun()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/Prompt.h"
+#include "onboarding/OnboardingWindow.h"
 #include "triggers/DoubleCopyDetector.h"
 
 #include <QNetworkAccessManager>
@@ -16,7 +17,9 @@ class AppState;
 class CompletionStream;
 class FloatingPanel;
 class HotkeyManager;
+
 class QMessageBox;
+class SettingsWindow;
 class QQmlEngine;
 
 /// The controller: runs the launch sequence, arms the triggers from the stored settings
@@ -49,6 +52,8 @@ public:
     void showPanel();
     void openSettings();
     void showOnboarding();
+    /// The walkthrough was finished: its window closes and the triggers are armed.
+    void onboardingCompleted();
     /// The About dialog: name, version, build and credits. A second call brings it forward.
     void showAbout();
 
@@ -72,6 +77,10 @@ public:
     QQmlEngine* qmlEngine();
     /// The quick panel, once a trigger has shown it; it is reused from then on.
     FloatingPanel* panel() const { return m_panel; }
+    /// The preferences window, once opened.
+    SettingsWindow* settingsWindow() const { return m_settingsWindow; }
+    /// The latest walkthrough window, until it is finished.
+    OnboardingWindow* onboardingWindow() const { return m_onboardingWindow; }
 
     /// Whether a run's answer is still streaming into the state.
     bool isRunActive() const { return !m_currentRun.isNull(); }
@@ -101,6 +110,8 @@ private:
     std::unique_ptr<QQmlEngine> m_engine;
     FloatingPanel* m_panel = nullptr;
     QPointer<QMessageBox> m_about;
+    SettingsWindow* m_settingsWindow = nullptr;
+    QPointer<OnboardingWindow> m_onboardingWindow;
     bool m_waitingForClipboard = false;
     bool m_observingPreferences = false;
 };

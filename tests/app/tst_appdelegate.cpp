@@ -2,6 +2,7 @@
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
+#include "settings/HotkeyRecording.h"
 #include "triggers/HotkeyManager.h"
 
 #include <QClipboard>
@@ -89,6 +90,26 @@ private slots:
         launch();
         QVERIFY(manager()->isDoubleCopyMonitorActive());
         QVERIFY(manager()->doubleCopyEnabled());
+        QVERIFY(manager()->isHotkeyRegistered());
+    }
+
+    void triggersRestWhileAHotkeyIsRecorded()
+    {
+        completeOnboarding();
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 40);
+        m_preferences->setInteger(Preferences::customHotkeyModifiers, 768);
+        launch();
+        const int recorder = 0;
+        HotkeyRecording::instance()->setRecorderActive(&recorder, true);
+        QVERIFY(!manager()->isDoubleCopyMonitorActive());
+        QVERIFY(!manager()->isHotkeyRegistered());
+        // Writes while recording (the recorder's own included) do not arm anything.
+        m_preferences->setInteger(Preferences::customHotkeyKeyCode, 49);
+        QVERIFY(!manager()->isHotkeyRegistered());
+        QVERIFY(!manager()->isDoubleCopyMonitorActive());
+
+        HotkeyRecording::instance()->setRecorderActive(&recorder, false);
+        QVERIFY(manager()->isDoubleCopyMonitorActive());
         QVERIFY(manager()->isHotkeyRegistered());
     }
 

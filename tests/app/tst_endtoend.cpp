@@ -2,6 +2,7 @@
 // clipboard owned by another client (xclip), keys typed through XTest (xdotool), the real
 // trigger backends and a loopback chat server.
 #include "ChatServer.h"
+#include "DesktopSession.h"
 #include "XTestKeyboard.h"
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
@@ -15,10 +16,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QQmlProperty>
 #include <QQuickItem>
-#include <QStandardPaths>
 #include <QTest>
 
 namespace {
@@ -28,32 +27,13 @@ QByteArray chunk(const QByteArray& text)
     return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"}}]}\n\n";
 }
 
-int countItems(const QQuickItem* item, const QString& name)
-{
-    int count = item->objectName() == name && item->isVisible() ? 1 : 0;
-    for (const QQuickItem* child : item->childItems()) {
-        count += countItems(child, name);
-    }
-    return count;
-}
-
-bool run(const QString& program, const QStringList& arguments)
-{
-    return QProcess::execute(program, arguments) == 0;
-}
-
-bool xdotool(const QStringList& arguments)
-{
-    return run(QStringLiteral("xdotool"), arguments);
-}
-
 } // namespace
 
 class TestEndToEnd : public QObject {
     Q_OBJECT
 
 private:
-    QProcess m_openbox;
+    DesktopSession m_desktop;
     std::unique_ptr<XTestKeyboard> m_otherClient;
     std::unique_ptr<ChatServer> m_server;
     std::unique_ptr<PreferenceStore> m_preferences;
@@ -68,46 +48,23 @@ private:
         return item ? QQmlProperty::read(item, QStringLiteral("text")).toString() : QString();
     }
 
-    /// Another application copies `text`: xclip takes the clipboard and keeps serving it.
-    bool copyInOtherApplication(const QString& text)
-    {
-        QProcess xclip;
-        xclip.start(QStringLiteral("xclip"),
-                    {QStringLiteral("-selection"), QStringLiteral("clipboard")});
-        if (!xclip.waitForStarted()) {
-            return false;
-        }
-        xclip.write(text.toUtf8());
-        xclip.closeWriteChannel();
-        return xclip.waitForFinished() &&
-               QTest::qWaitFor([&] { return QGuiApplication::clipboard()->text() == text; }, 5000);
-    }
-
-    /// What another application pastes.
-    QString pasteInOtherApplication()
-    {
-        QProcess xclip;
-        xclip.start(QStringLiteral("xclip"), {QStringLiteral("-selection"),
-                                              QStringLiteral("clipboard"), QStringLiteral("-o")});
-        // This process owns the clipboard after a copy: keep serving it while xclip asks.
-        if (!QTest::qWaitFor([&] { return xclip.state() == QProcess::NotRunning; }, 5000)) {
-            return QStringLiteral("<xclip did not answer>");
-        }
-        return QString::fromUtf8(xclip.readAllStandardOutput());
-    }
-
     /// A double copy typed while another application has the focus; the panel opens.
     bool doubleCopyOpensThePanel()
     {
         m_otherClient->createFocusedWindow();
-        if (!xdotool({QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")})) {
+        if (!DesktopSession::xdotool(
+                {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")})) {
             return false;
         }
         return QTest::qWaitFor([this] { return panel() && panel()->isExposed(); }, 5000) &&
                QTest::qWaitForWindowActive(panel(), 5000);
     }
 
-    bool key(const QString& name) { return xdotool({QStringLiteral("key"), name}); }
+    static bool key(const QString& name) { return DesktopSession::key(name); }
+    static bool copyInOtherApplication(const QString& text)
+    {
+        return DesktopSession::copyInOtherApplication(text);
+    }
 
     QString sentSystemPrompt(int request) const
     {
@@ -125,25 +82,9 @@ private slots:
     void initTestCase()
     {
         QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
-        for (const char* tool : {"openbox", "xdotool", "xclip", "xprop"}) {
-            QVERIFY2(!QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty(), tool);
-        }
-        m_openbox.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_openbox.start(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
-        QVERIFY(m_openbox.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            run(QStringLiteral("sh"),
-                {QStringLiteral("-c"), QStringLiteral("xprop -root _NET_SUPPORTING_WM_CHECK | "
-                                                      "grep -q 'window id'")}),
-            10000);
+        QVERIFY(m_desktop.startWindowManager());
         m_otherClient = std::make_unique<XTestKeyboard>();
         QVERIFY(m_otherClient->isValid());
-    }
-
-    void cleanupTestCase()
-    {
-        m_openbox.terminate();
-        m_openbox.waitForFinished(3000);
     }
 
     void init()
@@ -191,7 +132,7 @@ private slots:
 
         QVERIFY(key(QStringLiteral("ctrl+c")));
         QTRY_VERIFY(!panel()->isVisible());
-        QCOMPARE(pasteInOtherApplication(), QStringLiteral("Hello world"));
+        QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Hello world"));
         QCOMPARE(m_state->resultText(), QString());
     }
 
@@ -201,7 +142,7 @@ private slots:
         QVERIFY(doubleCopyOpensThePanel());
         QVERIFY(key(QStringLiteral("Return")));
         QTRY_VERIFY(m_state->showCustomPromptInput());
-        QVERIFY(xdotool({QStringLiteral("type"), QStringLiteral("draft")}));
+        QVERIFY(DesktopSession::type(QStringLiteral("draft")));
         QTRY_COMPARE(m_state->customPromptText(), QStringLiteral("draft"));
 
         QVERIFY(key(QStringLiteral("Escape")));
@@ -221,7 +162,7 @@ private slots:
             ChatResponse::events({R"({"choices":[{"delta":{"content":"QUIET WORDS"}}]})"}));
         QVERIFY(key(QStringLiteral("Return")));
         QTRY_VERIFY(m_state->showCustomPromptInput());
-        QVERIFY(xdotool({QStringLiteral("type"), QStringLiteral("Shout it")}));
+        QVERIFY(DesktopSession::type(QStringLiteral("Shout it")));
         QVERIFY(key(QStringLiteral("Return")));
         QTRY_COMPARE(m_state->resultText(), QStringLiteral("QUIET WORDS"));
         QCOMPARE(sentSystemPrompt(0), QStringLiteral("Shout it"));
@@ -231,16 +172,13 @@ private slots:
         QQuickItem* save = panel()->view()->findChild<QQuickItem*>(QStringLiteral("saveButton"));
         QVERIFY(save);
         QTRY_VERIFY(save->isVisible());
-        const QPoint at = panel()->mapToGlobal(
-            save->mapToScene(QPointF(save->width() / 2, save->height() / 2)).toPoint());
-        QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(at.x()),
-                         QString::number(at.y()), QStringLiteral("click"), QStringLiteral("1")}));
+        QVERIFY(DesktopSession::click(save));
 
         QTRY_COMPARE(m_state->prompts().size(), 4);
         QCOMPARE(m_state->prompts().last().systemPrompt, QStringLiteral("Shout it"));
         QCOMPARE(m_state->prompts().last().number, 4);
         QCOMPARE(PromptStore::load(*m_preferences).size(), 4);
-        QTRY_COMPARE(countItems(panel()->view(), QStringLiteral("promptChip")), 4);
+        QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")), 4);
     }
 
     void newTriggerCancelsTheStreamingRun()
