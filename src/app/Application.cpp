@@ -45,7 +45,6 @@ int runApplication(int argc, char* argv[])
 
     PreferenceStore preferences;
     AppState appState(&preferences);
-    AppState::setQmlInstance(&appState);
     RaveloApp raveloApp(&appState);
     AppDelegate* delegate = raveloApp.appDelegate();
     QObject::connect(&instance, &SingleInstance::activationRequested, delegate,

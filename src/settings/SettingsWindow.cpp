@@ -1,12 +1,11 @@
 #include "settings/SettingsWindow.h"
 
 #include "platform/AccessibilityTrust.h"
+#include "platform/ModuleWindow.h"
 #include "settings/SettingsLogging.h"
 
-#include <QGuiApplication>
 #include <QQmlEngine>
 #include <QQuickView>
-#include <QScreen>
 
 using namespace Qt::StringLiterals;
 
@@ -34,40 +33,21 @@ void SettingsWindow::setAccessibilityTrust(AccessibilityTrust* trust)
 void SettingsWindow::open()
 {
     if (m_view && m_view->isVisible()) {
-        m_view->raise();
-        m_view->requestActivate();
+        showInFront(m_view);
         return;
     }
     delete m_view;
 
-    // The module's QML files find each other through the module, which lives under qrc:/.
-    if (!m_engine->importPathList().contains(u"qrc:/"_s)) {
-        m_engine->addImportPath(u"qrc:/"_s);
-    }
-    auto* view = new QQuickView(m_engine, nullptr);
-    m_view = view;
-    view->setTitle(u"Ravelo Preferences"_s);
-    view->setFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
-                   Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
-    view->setResizeMode(QQuickView::SizeRootObjectToView);
-    view->setMinimumSize(contentSize);
-    view->setMaximumSize(contentSize);
-    view->resize(contentSize);
-    view->setInitialProperties({{u"trust"_s, QVariant::fromValue<QObject*>(m_trust.data())}});
-    view->setSource(QUrl(u"qrc:/Ravelo/settings/SettingsView.qml"_s));
-    if (view->status() != QQuickView::Ready) {
-        for (const QQmlError& error : view->errors()) {
-            qCWarning(lcSettings) << error.toString();
-        }
-    }
-    if (QScreen* screen = QGuiApplication::primaryScreen()) {
-        const QRect area = screen->availableGeometry();
-        view->setPosition(area.center() - QPoint(contentSize.width(), contentSize.height()) / 2);
-    }
-    emit windowCreated(view);
-    view->show();
-    view->raise();
-    view->requestActivate();
+    m_view = createModuleWindow(m_engine,
+                                {u"Ravelo Preferences"_s,
+                                 Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                                     Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint,
+                                 contentSize,
+                                 u"qrc:/Ravelo/settings/SettingsView.qml"_s,
+                                 {{u"trust"_s, QVariant::fromValue<QObject*>(m_trust.data())}}},
+                                lcSettings());
+    emit windowCreated(m_view);
+    showInFront(m_view);
 }
 
 bool SettingsWindow::isVisible() const

@@ -1,0 +1,43 @@
+#include "platform/ModuleWindow.h"
+
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QQmlEngine>
+#include <QQuickView>
+#include <QScreen>
+
+QQuickView* createModuleWindow(QQmlEngine* engine, const ModuleWindowSpec& spec,
+                               const QLoggingCategory& log)
+{
+    // The module's QML files find each other through the module, which lives under qrc:/.
+    const QString modulePath = QStringLiteral("qrc:/");
+    if (!engine->importPathList().contains(modulePath)) {
+        engine->addImportPath(modulePath);
+    }
+    auto* view = new QQuickView(engine, nullptr);
+    view->setTitle(spec.title);
+    view->setFlags(spec.flags);
+    view->setResizeMode(QQuickView::SizeRootObjectToView);
+    view->setMinimumSize(spec.size);
+    view->setMaximumSize(spec.size);
+    view->resize(spec.size);
+    view->setInitialProperties(spec.initialProperties);
+    view->setSource(QUrl(spec.source));
+    if (view->status() != QQuickView::Ready) {
+        for (const QQmlError& error : view->errors()) {
+            qCWarning(log) << error.toString();
+        }
+    }
+    if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        const QRect area = screen->availableGeometry();
+        view->setPosition(area.center() - QPoint(spec.size.width(), spec.size.height()) / 2);
+    }
+    return view;
+}
+
+void showInFront(QQuickView* view)
+{
+    view->show();
+    view->raise();
+    view->requestActivate();
+}
