@@ -15,8 +15,7 @@ bool DoubleCopyDetector::keyDown(quint32 keyCode, quint32 modifiers, Clock::time
         m_lastCopy.reset();
         return false;
     }
-    // A clock that went backwards never completes a pair; the press starts a new one.
-    if (m_lastCopy && at >= *m_lastCopy && at - *m_lastCopy < threshold) {
+    if (m_lastCopy && at - *m_lastCopy < threshold) {
         m_lastCopy.reset();
         return true;
     }

@@ -9,9 +9,9 @@
 /// pressed twice, the second press strictly less than 0.4 s after the first.
 ///
 /// Fed with every key-down that is not a modifier, its stored key code and modifier mask and
-/// the moment it was handled. Any other key-down forgets a pending press, and so does the
-/// copy key with Shift, Alt or Super held. Locks are not part of the mask and so never
-/// matter. Auto-repeated key-downs count like presses.
+/// the moment it was handled on a steady clock. Any other key-down forgets a pending press,
+/// and so does the copy key with Shift, Alt or Super held. Auto-repeated key-downs count like
+/// presses.
 class DoubleCopyDetector {
 public:
     using Clock = std::chrono::steady_clock;
