@@ -26,15 +26,6 @@ namespace {
 // A copy press this recent may still be filling the clipboard when its trigger runs.
 constexpr std::chrono::milliseconds recentCopyPress{1000};
 
-quint32 storedUnsigned(qint64 value)
-{
-    // Values outside 32 bits cannot come from the recorder: they read as no hotkey.
-    if (value < 0 || value > std::numeric_limits<quint32>::max()) {
-        return 0;
-    }
-    return quint32(value);
-}
-
 } // namespace
 
 AppDelegate::AppDelegate(AppState* appState, QObject* parent)
@@ -115,9 +106,7 @@ void AppDelegate::setupHotkeys()
     };
     const PreferenceStore* preferences = m_appState->preferences();
     const bool useDoubleCopy = preferences->readUseDoubleCopy();
-    const quint32 keyCode = storedUnsigned(preferences->integer(Preferences::customHotkeyKeyCode));
-    const quint32 modifiers =
-        storedUnsigned(preferences->integer(Preferences::customHotkeyModifiers));
+    const std::optional<StoredHotkey> hotkey = preferences->customHotkey();
 
     m_hotkeyManager->stop();
     m_hotkeyManager->setDoubleCopyEnabled(useDoubleCopy);
@@ -127,8 +116,8 @@ void AppDelegate::setupHotkeys()
     if (useDoubleCopy) {
         m_hotkeyManager->startDoubleCopyMonitor();
     }
-    if (keyCode != 0) {
-        m_hotkeyManager->registerHotkey(keyCode, modifiers);
+    if (hotkey) {
+        m_hotkeyManager->registerHotkey(hotkey->keyCode, hotkey->modifiers);
     }
 }
 

@@ -3,7 +3,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QLoggingCategory>
+#include <QStandardPaths>
+#include <QStringDecoder>
+
+#include <algorithm>
+#include <limits>
 
 Q_LOGGING_CATEGORY(lcPreferences, "ravelo.preferences")
 
@@ -58,6 +64,64 @@ std::optional<qint64> asInteger(const QVariant& value)
     return ok ? std::optional<qint64>(number) : std::nullopt;
 }
 
+QString defaultFilePath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/Ravelo/Ravelo.conf");
+}
+
+/// Whether the bytes can be a preferences file: UTF-8 text without control characters other
+/// than tabs and line ends. The file's own parser accepts binary junk as keys of its own.
+bool isText(const QByteArray& bytes)
+{
+    const bool hasControl = std::any_of(bytes.cbegin(), bytes.cend(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
+    });
+    if (hasControl) {
+        return false;
+    }
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    [[maybe_unused]] const QString text = decoder(bytes);
+    return !decoder.hasError();
+}
+
+/// The value of a top-level key as the file holds it now, read from its text: the settings
+/// object serves what it read earlier and only notices a change by size and modification time.
+std::optional<QByteArray> topLevelValue(const QByteArray& text, QByteArrayView name)
+{
+    std::optional<QByteArray> found;
+    bool topLevel = true;
+    for (const QByteArray& rawLine : text.split('\n')) {
+        const QByteArray line = rawLine.trimmed();
+        if (line.startsWith('[')) {
+            topLevel = line == "[General]";
+            continue;
+        }
+        const qsizetype equals = line.indexOf('=');
+        if (!topLevel || line.startsWith(';') || equals < 0 ||
+            line.left(equals).trimmed() != name) {
+            continue;
+        }
+        QByteArray value = line.mid(equals + 1).trimmed();
+        if (value.size() >= 2 && value.startsWith('"') && value.endsWith('"')) {
+            value = value.mid(1, value.size() - 2);
+        }
+        found = value;
+    }
+    return found;
+}
+
+QString freeAsideName(const QString& path)
+{
+    const QString base = path + QStringLiteral(".unreadable");
+    QString name = base;
+    for (int n = 1; QFileInfo::exists(name); ++n) {
+        name = base + QLatin1Char('.') + QString::number(n);
+    }
+    return name;
+}
+
 } // namespace
 
 const PreferenceKey* Preferences::find(QStringView name)
@@ -71,43 +135,76 @@ const PreferenceKey* Preferences::find(QStringView name)
 }
 
 PreferenceStore::PreferenceStore(QObject* parent)
-    : QObject(parent)
-    , m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
-                                             QStringLiteral("Ravelo"), QStringLiteral("Ravelo")))
-{
-    setAsideUnreadableFile();
-}
+    : PreferenceStore(defaultFilePath(), parent)
+{}
 
 PreferenceStore::PreferenceStore(const QString& filePath, QObject* parent)
     : QObject(parent)
-    , m_settings(std::make_unique<QSettings>(filePath, QSettings::NativeFormat))
 {
-    setAsideUnreadableFile();
+    // Read under the writers' lock, so that the text judged below is the text parsed.
+    QLockFile lock(QFileInfo(filePath).absoluteFilePath() + QStringLiteral(".writer.lock"));
+    lock.lock();
+    m_settings = std::make_unique<QSettings>(filePath, QSettings::NativeFormat);
+    setAsideDamagedFile();
+}
+
+QString PreferenceStore::lockPath() const
+{
+    return filePath() + QStringLiteral(".writer.lock");
+}
+
+QString PreferenceStore::lostBaseUrlNote(const QString& keptAs)
+{
+    return QStringLiteral("(lost: the preferences file was damaged and the server address "
+                          "could not be read; the old file is kept as ") +
+           keptAs + QStringLiteral(". Enter the address again.)");
 }
 
 // QSettings never writes over a file it could not parse, so every later change would be
-// lost. Keep the damaged file beside the new one and carry over what could be read.
-void PreferenceStore::setAsideUnreadableFile()
+// lost; and it reads binary junk as keys of its own. Keep the damaged file beside the new one
+// and carry over every known key that can still be read, under its own name.
+void PreferenceStore::setAsideDamagedFile()
 {
-    if (m_settings->status() != QSettings::FormatError) {
+    const QString path = filePath();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
         return;
     }
-    const QString path = filePath();
-    QHash<QString, QVariant> readable;
-    for (const QString& key : m_settings->allKeys()) {
-        readable.insert(key, m_settings->value(key));
+    const QByteArray bytes = file.readAll();
+    file.close();
+    if (m_settings->status() != QSettings::FormatError && isText(bytes)) {
+        return;
     }
-    const QString aside = path + QStringLiteral(".unreadable");
-    QFile::remove(aside);
+
+    // A line such as "[oops" puts the keys after it in a section of that name.
+    QHash<QString, QVariant> readable;
+    for (const QString& stored : m_settings->allKeys()) {
+        const QString name = stored.section(QLatin1Char('/'), -1);
+        const bool topLevel = name == stored;
+        if (Preferences::find(name) && (topLevel || !readable.contains(name))) {
+            readable.insert(name, m_settings->value(stored));
+        }
+    }
+    const QString aside = freeAsideName(path);
     if (!QFile::rename(path, aside)) {
         qCWarning(lcPreferences) << "The preferences file" << path
-                                 << "cannot be read and cannot be moved aside;"
+                                 << "is damaged and cannot be moved aside;"
                                  << "changes will not be saved";
         return;
     }
-    qCWarning(lcPreferences) << "The preferences file" << path
-                             << "could not be read; it was kept as" << aside << "and"
-                             << readable.size() << "readable values were carried over";
+    const QString baseUrlName = keyName(Preferences::baseUrl);
+    const bool baseUrlLost =
+        !readable.contains(baseUrlName) && bytes.contains(Preferences::baseUrl.name);
+    if (baseUrlLost) {
+        readable.insert(baseUrlName, lostBaseUrlNote(aside));
+    }
+    qCWarning(lcPreferences).noquote()
+        << "The preferences file" << path << "is damaged; it was kept as" << aside << "and"
+        << readable.size() - int(baseUrlLost) << "readable values were carried over.";
+    if (baseUrlLost) {
+        qCWarning(lcPreferences,
+                  "The server address could not be read: runs fail until it is entered again.");
+    }
     m_settings = std::make_unique<QSettings>(path, QSettings::NativeFormat);
     restrictPermissions();
     for (auto it = readable.cbegin(); it != readable.cend(); ++it) {
@@ -136,6 +233,13 @@ std::optional<QString> PreferenceStore::string(const PreferenceKey& key) const
     const QVariant value = raw(key);
     if (value.typeId() == QMetaType::QString) {
         return value.toString();
+    }
+    // Text with a comma and no quotes reads back as a list; "@ByteArray(...)" as bytes.
+    if (value.typeId() == QMetaType::QStringList) {
+        return value.toStringList().join(QLatin1Char(','));
+    }
+    if (value.typeId() == QMetaType::QByteArray) {
+        return QString::fromUtf8(value.toByteArray());
     }
     if (key.absentText) {
         return QString::fromUtf8(key.absentText);
@@ -191,12 +295,58 @@ bool PreferenceStore::readUseDoubleCopy() const
     return boolean(Preferences::useDoubleCopy);
 }
 
+std::optional<qint64> PreferenceStore::countInFile() const
+{
+    QFile file(filePath());
+    if (!file.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    const std::optional<QByteArray> text =
+        topLevelValue(file.readAll(), Preferences::totalPromptsUsed.name);
+    return text ? asInteger(QString::fromUtf8(*text)) : std::nullopt;
+}
+
 void PreferenceStore::incrementPromptsUsed()
 {
-    const qint64 used = integer(Preferences::totalPromptsUsed);
-    // The counter only gates two captions; it stops at the largest value instead of wrapping.
-    setInteger(Preferences::totalPromptsUsed,
-               used == std::numeric_limits<qint64>::max() ? used : used + 1);
+    restrictPermissions();
+    {
+        QLockFile lock(lockPath());
+        lock.lock();
+        const qint64 used = countInFile().value_or(0);
+        // The counter only gates two captions; it stops at the largest value instead of
+        // wrapping.
+        m_settings->setValue(keyName(Preferences::totalPromptsUsed),
+                             used == std::numeric_limits<qint64>::max() ? used : used + 1);
+        m_settings->sync();
+    }
+    if (m_settings->status() != QSettings::NoError) {
+        qCWarning(lcPreferences) << "Could not save the preferences to" << filePath();
+    }
+    restrictPermissions();
+    emit changed();
+}
+
+std::optional<StoredHotkey> PreferenceStore::hotkeyFromStored(qint64 keyCode, qint64 modifiers)
+{
+    const auto fits = [](qint64 value) {
+        return value >= 0 && value <= std::numeric_limits<quint32>::max();
+    };
+    if (keyCode == 0 || !fits(keyCode) || !fits(modifiers) ||
+        (quint32(modifiers) & ~Preferences::hotkeyModifierBits) != 0) {
+        return std::nullopt;
+    }
+    return StoredHotkey{quint32(keyCode), quint32(modifiers)};
+}
+
+std::optional<StoredHotkey> PreferenceStore::customHotkey() const
+{
+    const std::optional<qint64> keyCode = asInteger(raw(Preferences::customHotkeyKeyCode));
+    const std::optional<qint64> modifiers = asInteger(raw(Preferences::customHotkeyModifiers));
+    // An absent mask is 0; one that is there but not a number is no mask of the recorder's.
+    if (!keyCode || (!modifiers && contains(Preferences::customHotkeyModifiers))) {
+        return std::nullopt;
+    }
+    return hotkeyFromStored(*keyCode, modifiers.value_or(0));
 }
 
 QVariant PreferenceStore::value(const QString& name) const
@@ -248,8 +398,18 @@ void PreferenceStore::setValue(const QString& name, const QVariant& value)
 void PreferenceStore::write(const PreferenceKey& key, const QVariant& value)
 {
     restrictPermissions();
-    m_settings->setValue(keyName(key), value);
-    m_settings->sync();
+    {
+        QLockFile lock(lockPath());
+        lock.lock();
+        // This store may not have seen the file change (the same size and modification
+        // time): the count other processes stored must not be replaced by the one it read.
+        const std::optional<qint64> count = countInFile();
+        m_settings->setValue(keyName(key), value);
+        if (count && qstrcmp(key.name, Preferences::totalPromptsUsed.name) != 0) {
+            m_settings->setValue(keyName(Preferences::totalPromptsUsed), *count);
+        }
+        m_settings->sync();
+    }
     if (m_settings->status() != QSettings::NoError) {
         qCWarning(lcPreferences) << "Could not save the preferences to" << filePath();
     }

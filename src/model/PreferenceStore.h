@@ -38,6 +38,10 @@ inline constexpr PreferenceKey customHotkeyModifiers{"custom_hotkey_modifiers",
                                                      PreferenceType::Integer};
 inline constexpr PreferenceKey totalPromptsUsed{"total_prompts_used", PreferenceType::Integer};
 
+/// The modifier bits a recorded hotkey can hold: Command 256, Shift 512, Option 2048 and
+/// Control 4096.
+inline constexpr quint32 hotkeyModifierBits = 256 | 512 | 2048 | 4096;
+
 inline constexpr std::array all{apiKey,
                                 model,
                                 baseUrl,
@@ -52,9 +56,25 @@ inline constexpr std::array all{apiKey,
 const PreferenceKey* find(QStringView name);
 } // namespace Preferences
 
+/// The stored custom hotkey in the form the trigger takes.
+struct StoredHotkey {
+    quint32 keyCode;
+    quint32 modifiers;
+    friend bool operator==(const StoredHotkey&, const StoredHotkey&) = default;
+};
+
 /// The user's preferences, kept in ~/.config/Ravelo/Ravelo.conf. Reads are typed and
 /// fall back to the key's absent value; every write is flushed to disk at once and
 /// followed by `changed()`. The file is readable by its owner alone: it holds the API key.
+///
+/// Several processes share the file (the application, `ravelo run`). Writes are made one at a
+/// time under a lock beside the file, and the usage counter is always taken from the file
+/// itself, so no process writes back a count it read earlier.
+///
+/// A damaged file is moved aside (Ravelo.conf.unreadable, then .unreadable.1, ...) and the
+/// values that can still be read are carried over under their own names. When the server
+/// address cannot be carried over, the new file holds a note in its place that is no
+/// address: runs then fail instead of going to another server.
 class PreferenceStore : public QObject {
     Q_OBJECT
     QML_ELEMENT
@@ -81,7 +101,16 @@ public:
 
     /// Double copy is on unless a boolean false is stored.
     bool readUseDoubleCopy() const;
+    /// Adds one to the count stored in the file now, whatever this store read before.
     void incrementPromptsUsed();
+
+    /// The stored hotkey; none when the key code is 0 or either value is one the recorder
+    /// never writes (outside 32 bits, negative, or modifier bits other than the four).
+    std::optional<StoredHotkey> customHotkey() const;
+    static std::optional<StoredHotkey> hotkeyFromStored(qint64 keyCode, qint64 modifiers);
+
+    /// What stands in the file for a server address lost with a damaged file.
+    static QString lostBaseUrlNote(const QString& keptAs);
 
     /// For QML: the value of a key by its stored name, typed as the table says; an
     /// unknown name gives undefined. Writes check the name and type the same way.
@@ -96,7 +125,9 @@ private:
     QVariant raw(const PreferenceKey& key) const;
     void write(const PreferenceKey& key, const QVariant& value);
     void restrictPermissions();
-    void setAsideUnreadableFile();
+    void setAsideDamagedFile();
+    QString lockPath() const;
+    std::optional<qint64> countInFile() const;
 
     std::unique_ptr<QSettings> m_settings;
 };

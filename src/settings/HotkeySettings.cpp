@@ -3,18 +3,9 @@
 #include "model/PreferenceStore.h"
 #include "platform/KeyMap.h"
 
-#include <limits>
-
 using namespace Qt::StringLiterals;
 
-namespace {
-
-bool fitsUnsigned32(qint64 value)
-{
-    return value >= 0 && value <= qint64(std::numeric_limits<quint32>::max());
-}
-
-} // namespace
+static_assert(KeyMap::allModifiers == Preferences::hotkeyModifierBits);
 
 HotkeySettings::HotkeySettings(QObject* parent)
     : QObject(parent)
@@ -92,10 +83,12 @@ QString HotkeySettings::displayText(qint64 keyCode, qint64 modifiers)
     if (keyCode == 0) {
         return u"Not set"_s;
     }
-    if (!fitsUnsigned32(keyCode) || !fitsUnsigned32(modifiers)) {
+    const std::optional<StoredHotkey> hotkey =
+        PreferenceStore::hotkeyFromStored(keyCode, modifiers);
+    if (!hotkey) {
         return u"Invalid shortcut"_s;
     }
-    return KeyMap::displayText(quint32(keyCode), quint32(modifiers) & KeyMap::allModifiers);
+    return KeyMap::displayText(hotkey->keyCode, hotkey->modifiers);
 }
 
 void HotkeySettings::loadHotkeyDisplay()
