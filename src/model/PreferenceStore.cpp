@@ -64,6 +64,10 @@ std::optional<qint64> asInteger(const QVariant& value)
     return ok ? std::optional<qint64>(number) : std::nullopt;
 }
 
+const QString lostBaseUrlPrefix =
+    QStringLiteral("(lost: the preferences file was damaged and the server address could not "
+                   "be read; the old file is kept as ");
+
 QString defaultFilePath()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
@@ -146,6 +150,10 @@ PreferenceStore::PreferenceStore(const QString& filePath, QObject* parent)
     lock.lock();
     m_settings = std::make_unique<QSettings>(filePath, QSettings::NativeFormat);
     setAsideDamagedFile();
+    if (string(Preferences::baseUrl).value_or(QString()).startsWith(lostBaseUrlPrefix)) {
+        qCWarning(lcPreferences, "The server address was lost with a damaged preferences file: "
+                                 "runs fail until it is entered again in the preferences.");
+    }
 }
 
 QString PreferenceStore::lockPath() const
@@ -155,9 +163,7 @@ QString PreferenceStore::lockPath() const
 
 QString PreferenceStore::lostBaseUrlNote(const QString& keptAs)
 {
-    return QStringLiteral("(lost: the preferences file was damaged and the server address "
-                          "could not be read; the old file is kept as ") +
-           keptAs + QStringLiteral(". Enter the address again.)");
+    return lostBaseUrlPrefix + keptAs + QStringLiteral(". Enter the address again.)");
 }
 
 // QSettings never writes over a file it could not parse, so every later change would be
@@ -201,10 +207,6 @@ void PreferenceStore::setAsideDamagedFile()
     qCWarning(lcPreferences).noquote()
         << "The preferences file" << path << "is damaged; it was kept as" << aside << "and"
         << readable.size() - int(baseUrlLost) << "readable values were carried over.";
-    if (baseUrlLost) {
-        qCWarning(lcPreferences,
-                  "The server address could not be read: runs fail until it is entered again.");
-    }
     m_settings = std::make_unique<QSettings>(path, QSettings::NativeFormat);
     restrictPermissions();
     for (auto it = readable.cbegin(); it != readable.cend(); ++it) {

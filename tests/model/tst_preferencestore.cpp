@@ -415,7 +415,10 @@ void TestPreferenceStore::lostAddressSendsNothing()
     for (int run = 0; run < 2; ++run) {
         auto process = startRun(QStringLiteral("7"), proxy.baseUrl());
         QCOMPARE(exitCodeOf(*process), 1);
-        QVERIFY(process->readAllStandardError().contains("Error: "));
+        const QByteArray error = process->readAllStandardError();
+        QVERIFY2(error.contains("The server address was lost with a damaged preferences file") &&
+                     error.contains("Error: "),
+                 error.constData());
         QCOMPARE(proxy.requests().size(), 0);
     }
     QVERIFY(QFile::exists(m_path + QStringLiteral(".unreadable")));
