@@ -432,7 +432,8 @@ void TestPreferenceStore::parallelRunsCountEveryPrompt()
 {
     constexpr int runs = 20;
     ChatServer server;
-    writeFile(validFile(server));
+    // All of them find the same damaged file: one sets it aside, the others use its repair.
+    writeFile(validFile(server) + QByteArrayLiteral("\x00junk"));
     std::vector<std::unique_ptr<QProcess>> processes;
     for (int i = 0; i < runs; ++i) {
         server.enqueue(
@@ -444,6 +445,8 @@ void TestPreferenceStore::parallelRunsCountEveryPrompt()
     }
     QCOMPARE(server.requests().size(), runs);
     QCOMPARE(PreferenceStore(m_path).integer(Preferences::totalPromptsUsed), runs);
+    QVERIFY(QFile::exists(m_path + QStringLiteral(".unreadable")));
+    QVERIFY(!QFile::exists(m_path + QStringLiteral(".unreadable.1")));
 }
 
 // The application keeps its store open while `ravelo run` counts in other processes.
