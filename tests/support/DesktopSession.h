@@ -20,6 +20,12 @@ public:
     /// Starts openbox and waits until it manages the screen; false when a tool is missing.
     bool startWindowManager();
 
+    /// Starts a tray (trayer, an XEmbed system tray) and waits until it owns the tray
+    /// selection; false when trayer is missing or never takes it.
+    bool startTray();
+    /// The icons embedded in the tray, one xwininfo line each; empty before startTray().
+    QStringList trayIcons() const;
+
     /// Another application copies `text` and keeps serving it; true once Ravelo's process
     /// sees it on its clipboard.
     static bool copyInOtherApplication(const QString& text);
@@ -43,4 +49,6 @@ public:
 
 private:
     QProcess m_windowManager;
+    QProcess m_tray;
+    QStringList m_trayWindows;
 };
