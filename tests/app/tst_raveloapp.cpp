@@ -9,8 +9,10 @@
 #include <QDir>
 #include <QLabel>
 #include <QMessageBox>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
+#include <QTemporaryDir>
 #include <QTest>
 
 // The tray icon, its menu and the About dialog on a real X server: the menu pops up and
@@ -155,6 +157,62 @@ private slots:
         QCOMPARE(m_desktop.trayIcons().size(), 1);
         QVERIFY(m_app->trayIcon());
         QVERIFY(!m_app->trayIcon()->geometry().isEmpty());
+    }
+
+    // The real program: its icon clicked in the tray, then Ctrl+Q in the menu that opens.
+    void ctrlQInTheTrayMenuQuitsRavelo()
+    {
+        QVERIFY(m_desktop.startTray());
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QDir(home.path()).mkpath(QStringLiteral("config/Ravelo"));
+        QDir(home.path()).mkpath(QStringLiteral("run"));
+        {
+            PreferenceStore preferences(home.filePath(QStringLiteral("config/Ravelo/Ravelo.conf")));
+            preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+        }
+        QProcess ravelo;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                           home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        ravelo.setProcessEnvironment(environment);
+        ravelo.setProcessChannelMode(QProcess::ForwardedChannels);
+        ravelo.start(qEnvironmentVariable("RAVELO_BINARY"), {});
+        QVERIFY(ravelo.waitForStarted());
+
+        // Its icon is the tray's window of the class "ravelo".
+        QString icon;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                for (const QString& line : m_desktop.trayIcons()) {
+                    if (line.contains(QLatin1String("(\"ravelo\""))) {
+                        icon = line.section(QLatin1Char(' '), 0, 0);
+                        return true;
+                    }
+                }
+                return false;
+            }(),
+            10000);
+        QVERIFY(DesktopSession::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
+                                         icon, QStringLiteral("8"), QStringLiteral("8"),
+                                         QStringLiteral("click"), QStringLiteral("1")}));
+        // The menu has the keyboard once it shows: wait for a window of the class "ravelo"
+        // besides the icon.
+        QVERIFY(QTest::qWaitFor(
+            [] {
+                QProcess search;
+                search.start(QStringLiteral("xdotool"),
+                             {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                              QStringLiteral("--classname"), QStringLiteral("ravelo")});
+                search.waitForFinished();
+                return search.readAllStandardOutput().count('\n') >= 2;
+            },
+            5000));
+        QVERIFY(DesktopSession::key(QStringLiteral("ctrl+q")));
+        QVERIFY(QTest::qWaitFor([&] { return ravelo.state() == QProcess::NotRunning; }, 10000));
+        QCOMPARE(ravelo.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(ravelo.exitCode(), 0);
     }
 };
 

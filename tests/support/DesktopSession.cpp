@@ -61,6 +61,9 @@ QString run(const QString& program, const QStringList& arguments)
 
 bool DesktopSession::startTray()
 {
+    if (m_tray.state() != QProcess::NotRunning) {
+        return true;
+    }
     if (QStandardPaths::findExecutable(QStringLiteral("trayer")).isEmpty()) {
         qWarning("trayer is missing");
         return false;
@@ -73,15 +76,14 @@ bool DesktopSession::startTray()
     if (!m_tray.waitForStarted()) {
         return false;
     }
-    return QTest::qWaitFor(
-        [this] {
-            m_trayWindows =
-                run(QStringLiteral("xdotool"),
-                    {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")})
-                    .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-            return !m_trayWindows.isEmpty();
-        },
-        10000);
+    return QTest::qWaitFor([] { return !trayWindows().isEmpty(); }, 10000);
+}
+
+QStringList DesktopSession::trayWindows()
+{
+    return run(QStringLiteral("xdotool"),
+               {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")})
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 QStringList DesktopSession::trayIcons() const
@@ -89,7 +91,11 @@ QStringList DesktopSession::trayIcons() const
     // An embedded icon is a named window below one of the tray's own windows, which have
     // none: "0x400006 "Ravelo": ("ravelo" "Ravelo")  22x22+0+0  +1257+1".
     QStringList icons;
-    for (const QString& trayWindow : m_trayWindows) {
+    if (m_tray.state() == QProcess::NotRunning) {
+        return icons;
+    }
+    // trayer makes its windows one after the other: ask for them every time.
+    for (const QString& trayWindow : trayWindows()) {
         const QString tree = run(QStringLiteral("xwininfo"),
                                  {QStringLiteral("-tree"), QStringLiteral("-id"), trayWindow});
         for (const QString& line : tree.split(QLatin1Char('\n'))) {

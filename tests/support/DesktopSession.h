@@ -20,8 +20,8 @@ public:
     /// Starts openbox and waits until it manages the screen; false when a tool is missing.
     bool startWindowManager();
 
-    /// Starts a tray (trayer, an XEmbed system tray) and waits until it owns the tray
-    /// selection; false when trayer is missing or never takes it.
+    /// Starts a tray (trayer, an XEmbed system tray) and waits for its windows; false when
+    /// trayer is missing or shows none. Once is enough.
     bool startTray();
     /// The icons embedded in the tray, one xwininfo line each; empty before startTray().
     QStringList trayIcons() const;
@@ -48,7 +48,8 @@ public:
     static int countItems(const QQuickItem* root, const QString& objectName);
 
 private:
+    static QStringList trayWindows();
+
     QProcess m_windowManager;
     QProcess m_tray;
-    QStringList m_trayWindows;
 };
