@@ -8,6 +8,7 @@
 #include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
+#include "platform/ModuleWindow.h"
 #include "platform/PlatformServices.h"
 #include "settings/HotkeyRecording.h"
 #include "settings/SettingsWindow.h"
@@ -15,6 +16,7 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QPointer>
 #include <QQmlEngine>
@@ -25,6 +27,8 @@ namespace {
 
 // A copy press this recent may still be filling the clipboard when its trigger runs.
 constexpr std::chrono::milliseconds recentCopyPress{1000};
+// How far apart the monitor and Qt may handle one and the same key press.
+constexpr std::chrono::milliseconds connectionSkew{100};
 
 } // namespace
 
@@ -46,6 +50,8 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     if (QClipboard* clipboard = QGuiApplication::clipboard()) {
         connect(clipboard, &QClipboard::dataChanged, this, &AppDelegate::noteClipboardChange);
     }
+    // Copy presses typed into Ravelo's own windows are noted to tell them from the system's.
+    qApp->installEventFilter(this);
     // While the key recorder listens, the hotkey's grab would take the very combination
     // being recorded, and a double copy could open the panel: both rest until it is done.
     connect(HotkeyRecording::instance(), &HotkeyRecording::activeChanged, this,
@@ -70,7 +76,7 @@ AppDelegate::~AppDelegate()
 QQmlEngine* AppDelegate::qmlEngine()
 {
     if (!m_engine) {
-        m_engine = std::make_unique<QQmlEngine>();
+        m_engine = createModuleEngine();
     }
     return m_engine.get();
 }
@@ -121,8 +127,45 @@ void AppDelegate::setupHotkeys()
     }
 }
 
+bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::KeyPress && watched->isWindowType()) {
+        const auto* key = static_cast<const QKeyEvent*>(event);
+        const Qt::KeyboardModifiers modifiers = key->modifiers();
+        if (key->key() == Qt::Key_C && (modifiers & Qt::ControlModifier) &&
+            !(modifiers & (Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier))) {
+            m_lastOwnCopyPress = m_hotkeyManager->now();
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+bool AppDelegate::isDoubleCopyInOwnWindow() const
+{
+    const std::optional<DoubleCopyDetector::Clock::time_point> press =
+        m_hotkeyManager->lastCopyPress();
+    const auto now = m_hotkeyManager->now();
+    if (!press || now - *press > recentCopyPress) {
+        return false;
+    }
+    // The key events of our own windows come on another connection than the monitor's and
+    // may not have arrived yet: one of our windows still having the focus tells as much.
+    if (PlatformServices::keyboardFocusIsOwn()) {
+        return true;
+    }
+    // A press of the pair went to one of our windows. Both connections see a press within
+    // a few milliseconds of each other, in either order.
+    return m_lastOwnCopyPress &&
+           *m_lastOwnCopyPress >= *press - DoubleCopyDetector::threshold - connectionSkew;
+}
+
 void AppDelegate::handleTrigger()
 {
+    if (isDoubleCopyInOwnWindow()) {
+        // The copied text is Ravelo's own (an answer, a prompt): the user copies, nothing more.
+        qCDebug(lcApp, "Double copy in one of Ravelo's windows: no trigger");
+        return;
+    }
     if (m_waitingForClipboard) {
         // The read already under way serves this trigger too.
         return;

@@ -88,6 +88,9 @@ public:
     /// How long a trigger right after a copy press waits for the clipboard to change.
     static constexpr std::chrono::milliseconds clipboardWait{250};
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 signals:
     /// The quick panel is about to show (centred, as the key window).
     void panelRequested();
@@ -99,11 +102,14 @@ private:
     void cancelCurrentRun();
     void noteClipboardChange();
     bool copiedTextMayBeOnItsWay() const;
+    bool isDoubleCopyInOwnWindow() const;
 
     AppState* m_appState;
     std::unique_ptr<HotkeyManager> m_hotkeyManager;
     std::unique_ptr<AccessibilityTrust> m_accessibility;
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastClipboardChange;
+    /// The last copy shortcut typed into one of Ravelo's own windows.
+    std::optional<DoubleCopyDetector::Clock::time_point> m_lastOwnCopyPress;
     QTimer m_clipboardDeadline;
     QNetworkAccessManager m_network;
     QPointer<CompletionStream> m_currentRun;

@@ -4,8 +4,10 @@
 #include "app/AppLogging.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCoreApplication>
 #include <QCursor>
+#include <QKeyEvent>
 #include <QSystemTrayIcon>
 
 #include <cstdio>
@@ -26,12 +28,16 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
     QAction* quit = m_menu.addAction(QStringLiteral("Quit Ravelo"), qApp, &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
+    // The shortcuts of a menu's actions never reach them while the menu is open, and the
+    // keys may even go to one of our windows that has the focus: the open menu takes them
+    // wherever they arrive.
+    qApp->installEventFilter(this);
+
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        std::fputs("Ravelo: this desktop shows no tray icons, so Ravelo runs without one. Start "
-                   "\"ravelo\" again to open its preferences; \"ravelo trigger\" opens the "
-                   "panel.\n",
+        std::fputs("Ravelo: this desktop shows no tray icons yet; the bolt appears as soon as a "
+                   "tray starts. Meanwhile start \"ravelo\" again to open its preferences; "
+                   "\"ravelo trigger\" opens the panel.\n",
                    stderr);
-        return;
     }
     m_trayIcon = new QSystemTrayIcon(icon(), this);
     m_trayIcon->setToolTip(QStringLiteral("Ravelo"));
@@ -49,6 +55,22 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
 RaveloApp::~RaveloApp()
 {
     delete m_trayIcon;
+}
+
+bool RaveloApp::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() != QEvent::KeyPress || QApplication::activePopupWidget() != &m_menu) {
+        return QObject::eventFilter(watched, event);
+    }
+    const QKeySequence pressed(static_cast<const QKeyEvent*>(event)->keyCombination());
+    for (QAction* action : m_menu.actions()) {
+        if (!action->shortcut().isEmpty() && action->shortcut() == pressed && action->isEnabled()) {
+            m_menu.close();
+            action->trigger();
+            return true;
+        }
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 QIcon RaveloApp::icon()

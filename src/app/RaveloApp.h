@@ -20,11 +20,15 @@ public:
 
     AppDelegate* appDelegate() const { return m_appDelegate.get(); }
     QMenu* menu() { return &m_menu; }
-    /// The tray icon; none where the desktop has no tray.
+    /// The tray icon. It is shown even while the desktop has no tray: a tray that starts
+    /// later (a panel still starting at login) takes it.
     QSystemTrayIcon* trayIcon() const { return m_trayIcon; }
 
     /// The bolt, drawn from its SVG at every size the tray asks for.
     static QIcon icon();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     std::unique_ptr<AppDelegate> m_appDelegate;

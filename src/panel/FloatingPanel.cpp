@@ -192,6 +192,11 @@ bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
         }
         return true;
     }
+    if (key == Qt::Key_Comma && (modifiers & Qt::ControlModifier) &&
+        !(modifiers & (Qt::ShiftModifier | Qt::AltModifier))) {
+        emit openPreferencesRequested();
+        return true;
+    }
     if (key == Qt::Key_Return || key == Qt::Key_Enter) {
         if (editing) {
             return false;

@@ -6,14 +6,17 @@
 #include <QQuickView>
 #include <QScreen>
 
+std::unique_ptr<QQmlEngine> createModuleEngine()
+{
+    auto engine = std::make_unique<QQmlEngine>();
+    // The module's QML files find each other through the module, which lives under qrc:/.
+    engine->addImportPath(QStringLiteral("qrc:/"));
+    return engine;
+}
+
 QQuickView* createModuleWindow(QQmlEngine* engine, const ModuleWindowSpec& spec,
                                const QLoggingCategory& log)
 {
-    // The module's QML files find each other through the module, which lives under qrc:/.
-    const QString modulePath = QStringLiteral("qrc:/");
-    if (!engine->importPathList().contains(modulePath)) {
-        engine->addImportPath(modulePath);
-    }
     auto* view = new QQuickView(engine, nullptr);
     view->setTitle(spec.title);
     view->setFlags(spec.flags);

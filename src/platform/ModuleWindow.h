@@ -5,6 +5,8 @@
 #include <QVariantMap>
 #include <Qt>
 
+#include <memory>
+
 class QLoggingCategory;
 class QQmlEngine;
 class QQuickView;
@@ -20,8 +22,14 @@ struct ModuleWindowSpec {
     QVariantMap initialProperties;
 };
 
+/// An engine that finds the Ravelo module under qrc:/. The module's location has to be known
+/// before the first view is loaded: once a view has imported the module without it, the engine
+/// keeps that import without the module's QML types, whatever is added later.
+std::unique_ptr<QQmlEngine> createModuleEngine();
+
 /// Builds the window, loads its view (load errors go to `log`) and centres it on the primary
 /// screen. The window is not shown yet; the caller owns it.
+/// `engine` comes from createModuleEngine().
 QQuickView* createModuleWindow(QQmlEngine* engine, const ModuleWindowSpec& spec,
                                const QLoggingCategory& log);
 

@@ -7,6 +7,12 @@
 #include "platform/x11/X11GlobalKeyMonitor.h"
 
 #include <QGuiApplication>
+#include <QWindow>
+
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <cstdlib>
 
 Q_LOGGING_CATEGORY(lcPlatform, "ravelo.platform", QtWarningMsg)
 
@@ -62,6 +68,29 @@ QString PlatformServices::unavailableReason()
 PlatformServices::Backend PlatformServices::backend()
 {
     return unavailableReason().isEmpty() ? Backend::X11 : Backend::None;
+}
+
+bool PlatformServices::keyboardFocusIsOwn()
+{
+    if (backend() != Backend::X11) {
+        return QGuiApplication::focusWindow() != nullptr;
+    }
+    xcb_connection_t* connection =
+        qGuiApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
+    xcb_get_input_focus_reply_t* reply =
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr);
+    if (!reply) {
+        return QGuiApplication::focusWindow() != nullptr;
+    }
+    const xcb_window_t focus = reply->focus;
+    std::free(reply);
+    if (focus == XCB_NONE || focus == XCB_INPUT_FOCUS_POINTER_ROOT) {
+        return false;
+    }
+    const QWindowList windows = QGuiApplication::allWindows();
+    return std::any_of(windows.cbegin(), windows.cend(), [focus](const QWindow* window) {
+        return window->handle() && window->winId() == focus;
+    });
 }
 
 std::unique_ptr<GlobalKeyMonitor> PlatformServices::createGlobalKeyMonitor()

@@ -19,6 +19,10 @@ public:
     /// Why there are no global triggers in this session; empty on X11.
     static QString unavailableReason();
 
+    /// Whether the keys typed now go to one of this process's windows. Asks the X server,
+    /// which knows it before this process has seen the focus change.
+    static bool keyboardFocusIsOwn();
+
     static std::unique_ptr<GlobalKeyMonitor> createGlobalKeyMonitor();
     static std::unique_ptr<GlobalHotkey> createGlobalHotkey();
     static std::unique_ptr<AccessibilityTrust> createAccessibilityTrust();

@@ -8,7 +8,10 @@
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 #include "model/PromptStore.h"
+#include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
+#include "settings/SettingsWindow.h"
+#include "triggers/HotkeyManager.h"
 
 #include <QClipboard>
 #include <QDir>
@@ -18,6 +21,8 @@
 #include <QJsonObject>
 #include <QQmlProperty>
 #include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTest>
 
 namespace {
@@ -25,6 +30,28 @@ namespace {
 QByteArray chunk(const QByteArray& text)
 {
     return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"}}]}\n\n";
+}
+
+// Everything the QML engine warns about while a test runs (a window that failed to load
+// its view says so only there).
+QStringList qmlWarnings;
+QtMessageHandler previousHandler = nullptr;
+
+void noteQmlWarnings(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (type != QtDebugMsg && type != QtInfoMsg &&
+        (message.contains(QLatin1String("qml"), Qt::CaseInsensitive) ||
+         QByteArray(context.category).contains("qml"))) {
+        qmlWarnings.append(message);
+    }
+    previousHandler(type, context, message);
+}
+
+bool isShown(QQuickWindow* window, const char* name)
+{
+    const auto* item =
+        window ? window->contentItem()->findChild<QQuickItem*>(QLatin1String(name)) : nullptr;
+    return item && item->isVisible() && item->width() > 0 && item->height() > 0;
 }
 
 } // namespace
@@ -81,6 +108,7 @@ private:
 private slots:
     void initTestCase()
     {
+        previousHandler = qInstallMessageHandler(noteQmlWarnings);
         QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
         QVERIFY(m_desktop.startWindowManager());
         m_otherClient = std::make_unique<XTestKeyboard>();
@@ -89,6 +117,7 @@ private slots:
 
     void init()
     {
+        qmlWarnings.clear();
         const QString path = QDir(qEnvironmentVariable("XDG_CONFIG_HOME"))
                                  .filePath(QStringLiteral("Ravelo/endtoend.conf"));
         QFile::remove(path);
@@ -104,10 +133,89 @@ private slots:
 
     void cleanup()
     {
+        QCOMPARE(qmlWarnings, QStringList());
         m_delegate.reset();
         m_state.reset();
         m_preferences.reset();
         m_server.reset();
+    }
+
+    // Each window shows its controls whichever opened first, and as often as it is opened.
+    void everyWindowInAnyOrder()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("any order")));
+        for (int round = 0; round < 2; ++round) {
+            QVERIFY(doubleCopyOpensThePanel());
+            QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")),
+                         3);
+            QVERIFY(key(QStringLiteral("Escape")));
+            QTRY_VERIFY(!panel()->isVisible());
+
+            m_delegate->openSettings();
+            QQuickWindow* settings = m_delegate->settingsWindow()->window();
+            QVERIFY(QTest::qWaitForWindowExposed(settings));
+            QTRY_VERIFY(isShown(settings, "apiKeyField"));
+            QVERIFY(isShown(settings, "autostartToggle"));
+            settings->close();
+            QTRY_VERIFY(!m_delegate->settingsWindow()->isVisible());
+
+            m_delegate->showOnboarding();
+            QQuickWindow* walkthrough = m_delegate->onboardingWindow()->window();
+            QVERIFY(QTest::qWaitForWindowExposed(walkthrough));
+            QTRY_VERIFY(isShown(walkthrough, "continueButton"));
+            QVERIFY(isShown(walkthrough, "pageDots"));
+            m_delegate->onboardingWindow()->close();
+            QTRY_VERIFY(!walkthrough->isVisible());
+        }
+        QVERIFY(doubleCopyOpensThePanel());
+        QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")), 3);
+    }
+
+    void ctrlCommaInThePanelOpensThePreferences()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("some words")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QVERIFY(key(QStringLiteral("ctrl+comma")));
+        QTRY_VERIFY(m_delegate->settingsWindow() && m_delegate->settingsWindow()->isVisible());
+        QVERIFY(QTest::qWaitForWindowExposed(m_delegate->settingsWindow()->window()));
+    }
+
+    // Copying twice in Ravelo's own windows copies; it is not a request for the panel.
+    void doubleCopyInRavelosWindowsIsNoTrigger()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("own windows")));
+        QVERIFY(doubleCopyOpensThePanel());
+        m_server->enqueue(
+            ChatResponse::events({R"({"choices":[{"delta":{"content":"The answer"}}]})"}));
+        QVERIFY(key(QStringLiteral("1")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("The answer"));
+        QTRY_VERIFY(!m_state->isLoading());
+
+        QSignalSpy shown(m_delegate.get(), &AppDelegate::panelRequested);
+        QSignalSpy triggered(m_delegate->hotkeyManager(), &HotkeyManager::triggered);
+        const auto settle = [] {
+            // A trigger may wait this long for the clipboard before it shows the panel.
+            QTest::qWait(int(2 * AppDelegate::clipboardWait.count()));
+        };
+        QVERIFY(DesktopSession::xdotool(
+            {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")}));
+        QVERIFY(triggered.wait());
+        settle();
+        QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("The answer"));
+        QVERIFY(!panel()->isVisible());
+        QCOMPARE(shown.size(), 0);
+
+        m_delegate->openSettings();
+        QVERIFY(QTest::qWaitForWindowActive(m_delegate->settingsWindow()->window(), 5000));
+        QVERIFY(DesktopSession::xdotool(
+            {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")}));
+        QVERIFY(triggered.wait());
+        settle();
+        QCOMPARE(shown.size(), 0);
+
+        // The same keys in another application still open the panel.
+        QVERIFY(doubleCopyOpensThePanel());
+        QCOMPARE(shown.size(), 1);
     }
 
     void doubleCopyRunCopyAndClose()

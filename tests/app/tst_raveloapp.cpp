@@ -1,18 +1,22 @@
+#include "DesktopSession.h"
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "app/RaveloApp.h"
 #include "model/PreferenceStore.h"
+#include "settings/SettingsWindow.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
 #include <QMessageBox>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
+#include <QTemporaryDir>
 #include <QTest>
 
-// The tray menu and the About dialog. Offscreen there is no tray: the menu is built all the
-// same and Ravelo keeps running without the icon.
+// The tray icon, its menu and the About dialog on a real X server: the menu pops up and
+// takes the keyboard as it does for a user; the tray is trayer, started late as at login.
 class TestRaveloApp : public QObject {
     Q_OBJECT
 
@@ -31,11 +35,33 @@ private:
         return count == 1 ? found : nullptr;
     }
 
+    /// Pops the menu up where a tray would, and waits until it has the keyboard.
+    bool popUpMenu()
+    {
+        QMenu* menu = m_app->menu();
+        menu->popup(QPoint(600, 40));
+        return QTest::qWaitForWindowExposed(menu) &&
+               QTest::qWaitFor([menu] { return QApplication::activePopupWidget() == menu; });
+    }
+
+    QAction* item(const QString& text) const
+    {
+        for (QAction* action : m_app->menu()->actions()) {
+            if (action->text() == text) {
+                return action;
+            }
+        }
+        return nullptr;
+    }
+
+    DesktopSession m_desktop;
     std::unique_ptr<PreferenceStore> m_preferences;
     std::unique_ptr<AppState> m_state;
     std::unique_ptr<RaveloApp> m_app;
 
 private slots:
+    void initTestCase() { QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb")); }
+
     void init()
     {
         const QString path = QDir(qEnvironmentVariable("XDG_CONFIG_HOME"))
@@ -56,18 +82,13 @@ private slots:
     void menuItemsInOrder()
     {
         QStringList items;
-        QStringList shortcuts;
         for (QAction* action : m_app->menu()->actions()) {
             items.append(action->isSeparator() ? QStringLiteral("-") : action->text());
-            shortcuts.append(action->shortcut().toString(QKeySequence::NativeText));
         }
         QCOMPARE(items, (QStringList{QStringLiteral("About Ravelo"), QStringLiteral("-"),
                                      QStringLiteral("Preferences…"), QStringLiteral("-"),
                                      QStringLiteral("Show Onboarding…"), QStringLiteral("-"),
                                      QStringLiteral("Quit Ravelo")}));
-        QCOMPARE(shortcuts.at(2), QStringLiteral("Ctrl+,"));
-        QCOMPARE(shortcuts.at(6), QStringLiteral("Ctrl+Q"));
-        QCOMPARE(shortcuts.at(0), QString());
     }
 
     void menuItemsReachTheController()
@@ -80,9 +101,32 @@ private slots:
         QCOMPARE(onboarding.size(), 1);
     }
 
-    void noTrayHereYetRunning()
+    // The shortcuts the menu shows work while it is open, typed as a user types them.
+    void shownShortcutsWorkInTheOpenMenu()
     {
-        QCOMPARE(m_app->trayIcon() != nullptr, QSystemTrayIcon::isSystemTrayAvailable());
+        QAction* preferences = item(QStringLiteral("Preferences…"));
+        QAction* quit = item(QStringLiteral("Quit Ravelo"));
+        QVERIFY(preferences && quit);
+        QCOMPARE(preferences->shortcut().toString(QKeySequence::NativeText),
+                 QStringLiteral("Ctrl+,"));
+        QCOMPARE(quit->shortcut().toString(QKeySequence::NativeText), QStringLiteral("Ctrl+Q"));
+
+        QSignalSpy settings(m_app->appDelegate(), &AppDelegate::settingsRequested);
+        QVERIFY(popUpMenu());
+        QVERIFY(DesktopSession::key(QStringLiteral("ctrl+comma")));
+        QTRY_COMPARE(settings.size(), 1);
+        QTRY_VERIFY(!m_app->menu()->isVisible());
+        SettingsWindow* window = m_app->appDelegate()->settingsWindow();
+        QVERIFY(window);
+        QTRY_VERIFY(window->isVisible());
+
+        // Quitting in a test leaves the test running: the item's action tells it was chosen.
+        QSignalSpy quitChosen(quit, &QAction::triggered);
+        QVERIFY(popUpMenu());
+        QVERIFY(DesktopSession::key(QStringLiteral("ctrl+q")));
+        QTRY_COMPARE(quitChosen.size(), 1);
+        QTRY_VERIFY(!m_app->menu()->isVisible());
+        QCOMPARE(settings.size(), 1);
     }
 
     void aboutShowsVersionBuildAndCredits()
@@ -101,6 +145,74 @@ private slots:
         m_app->menu()->actions().at(0)->trigger();
         QCOMPARE(visibleMessageBox(), about);
         about->close();
+    }
+
+    // No tray when Ravelo starts, as when the desktop's panel is still starting at login:
+    // the tray that comes later gets the icon.
+    void trayStartedLaterGetsTheIcon()
+    {
+        QVERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
+        QVERIFY(m_desktop.startTray());
+        QTRY_VERIFY_WITH_TIMEOUT(!m_desktop.trayIcons().isEmpty(), 10000);
+        QCOMPARE(m_desktop.trayIcons().size(), 1);
+        QVERIFY(m_app->trayIcon());
+        QVERIFY(!m_app->trayIcon()->geometry().isEmpty());
+    }
+
+    // The real program: its icon clicked in the tray, then Ctrl+Q in the menu that opens.
+    void ctrlQInTheTrayMenuQuitsRavelo()
+    {
+        QVERIFY(m_desktop.startTray());
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QDir(home.path()).mkpath(QStringLiteral("config/Ravelo"));
+        QDir(home.path()).mkpath(QStringLiteral("run"));
+        {
+            PreferenceStore preferences(home.filePath(QStringLiteral("config/Ravelo/Ravelo.conf")));
+            preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+        }
+        QProcess ravelo;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                           home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        ravelo.setProcessEnvironment(environment);
+        ravelo.setProcessChannelMode(QProcess::ForwardedChannels);
+        ravelo.start(qEnvironmentVariable("RAVELO_BINARY"), {});
+        QVERIFY(ravelo.waitForStarted());
+
+        // Its icon is the tray's window of the class "ravelo".
+        QString icon;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                for (const QString& line : m_desktop.trayIcons()) {
+                    if (line.contains(QLatin1String("(\"ravelo\""))) {
+                        icon = line.section(QLatin1Char(' '), 0, 0);
+                        return true;
+                    }
+                }
+                return false;
+            }(),
+            10000);
+        QVERIFY(DesktopSession::xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"),
+                                         icon, QStringLiteral("8"), QStringLiteral("8"),
+                                         QStringLiteral("click"), QStringLiteral("1")}));
+        // The menu has the keyboard once it shows: wait for a window of the class "ravelo"
+        // besides the icon.
+        QVERIFY(QTest::qWaitFor(
+            [] {
+                QProcess search;
+                search.start(QStringLiteral("xdotool"),
+                             {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                              QStringLiteral("--classname"), QStringLiteral("ravelo")});
+                search.waitForFinished();
+                return search.readAllStandardOutput().count('\n') >= 2;
+            },
+            5000));
+        QVERIFY(DesktopSession::key(QStringLiteral("ctrl+q")));
+        QVERIFY(QTest::qWaitFor([&] { return ravelo.state() == QProcess::NotRunning; }, 10000));
+        QCOMPARE(ravelo.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(ravelo.exitCode(), 0);
     }
 };
 

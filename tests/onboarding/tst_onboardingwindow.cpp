@@ -1,6 +1,7 @@
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 #include "onboarding/OnboardingWindow.h"
+#include "platform/ModuleWindow.h"
 
 #include <QGuiApplication>
 #include <QQmlEngine>
@@ -31,8 +32,8 @@ void TestOnboardingWindow::finishingStoresTheFlagThenCompletes()
     PreferenceStore store(m_dir.filePath(u"a.conf"_s));
     AppState state(&store);
     AppState::setQmlInstance(&state);
-    QQmlEngine engine;
-    OnboardingWindow onboarding(&engine);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    OnboardingWindow onboarding(engine.get());
     bool storedBefore = false;
     QSignalSpy completed(&onboarding, &OnboardingWindow::completed);
     connect(&onboarding, &OnboardingWindow::completed,
@@ -61,8 +62,8 @@ void TestOnboardingWindow::closingStoresNothing()
     PreferenceStore store(m_dir.filePath(u"b.conf"_s));
     AppState state(&store);
     AppState::setQmlInstance(&state);
-    QQmlEngine engine;
-    OnboardingWindow onboarding(&engine);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    OnboardingWindow onboarding(engine.get());
     QSignalSpy completed(&onboarding, &OnboardingWindow::completed);
     onboarding.show();
     QVERIFY(QTest::qWaitForWindowExposed(onboarding.window()));

@@ -1,5 +1,6 @@
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
+#include "platform/ModuleWindow.h"
 #include "settings/SettingsWindow.h"
 
 #include <QGuiApplication>
@@ -41,8 +42,8 @@ void TestSettingsWindow::opensCentredWithFixedSize()
     PreferenceStore store(m_dir.filePath(u"a.conf"_s));
     AppState state(&store);
     AppState::setQmlInstance(&state);
-    QQmlEngine engine;
-    SettingsWindow settings(&engine);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    SettingsWindow settings(engine.get());
     QVERIFY(!settings.isVisible());
     QCOMPARE(settings.window(), nullptr);
 
@@ -66,8 +67,8 @@ void TestSettingsWindow::reopeningKeepsAVisibleWindowAndRebuildsAClosedOne()
     PreferenceStore store(m_dir.filePath(u"b.conf"_s));
     AppState state(&store);
     AppState::setQmlInstance(&state);
-    QQmlEngine engine;
-    SettingsWindow settings(&engine);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    SettingsWindow settings(engine.get());
     QSignalSpy created(&settings, &SettingsWindow::windowCreated);
 
     settings.open();

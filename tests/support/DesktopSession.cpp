@@ -12,6 +12,10 @@
 
 DesktopSession::~DesktopSession()
 {
+    if (m_tray.state() != QProcess::NotRunning) {
+        m_tray.terminate();
+        m_tray.waitForFinished(3000);
+    }
     if (m_windowManager.state() != QProcess::NotRunning) {
         m_windowManager.terminate();
         m_windowManager.waitForFinished(3000);
@@ -39,6 +43,69 @@ bool DesktopSession::startWindowManager()
                                                      "grep -q 'window id'")}) == 0;
         },
         10000);
+}
+
+namespace {
+
+QString run(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(5000) || process.exitCode() != 0) {
+        return QString();
+    }
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+} // namespace
+
+bool DesktopSession::startTray()
+{
+    if (m_tray.state() != QProcess::NotRunning) {
+        return true;
+    }
+    if (QStandardPaths::findExecutable(QStringLiteral("trayer")).isEmpty()) {
+        qWarning("trayer is missing");
+        return false;
+    }
+    m_tray.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_tray.start(QStringLiteral("trayer"),
+                 {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"),
+                  QStringLiteral("right"), QStringLiteral("--widthtype"), QStringLiteral("request"),
+                  QStringLiteral("--height"), QStringLiteral("24")});
+    if (!m_tray.waitForStarted()) {
+        return false;
+    }
+    return QTest::qWaitFor([] { return !trayWindows().isEmpty(); }, 10000);
+}
+
+QStringList DesktopSession::trayWindows()
+{
+    return run(QStringLiteral("xdotool"),
+               {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")})
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+QStringList DesktopSession::trayIcons() const
+{
+    // An embedded icon is a named window below one of the tray's own windows, which have
+    // none: "0x400006 "Ravelo": ("ravelo" "Ravelo")  22x22+0+0  +1257+1".
+    QStringList icons;
+    if (m_tray.state() == QProcess::NotRunning) {
+        return icons;
+    }
+    // trayer makes its windows one after the other: ask for them every time.
+    for (const QString& trayWindow : trayWindows()) {
+        const QString tree = run(QStringLiteral("xwininfo"),
+                                 {QStringLiteral("-tree"), QStringLiteral("-id"), trayWindow});
+        for (const QString& line : tree.split(QLatin1Char('\n'))) {
+            const QString trimmed = line.trimmed();
+            if (trimmed.startsWith(QLatin1String("0x")) && trimmed.contains(QLatin1Char('"'))) {
+                icons.append(trimmed);
+            }
+        }
+    }
+    return icons;
 }
 
 bool DesktopSession::copyInOtherApplication(const QString& text)

@@ -20,6 +20,12 @@ public:
     /// Starts openbox and waits until it manages the screen; false when a tool is missing.
     bool startWindowManager();
 
+    /// Starts a tray (trayer, an XEmbed system tray) and waits for its windows; false when
+    /// trayer is missing or shows none. Once is enough.
+    bool startTray();
+    /// The icons embedded in the tray, one xwininfo line each; empty before startTray().
+    QStringList trayIcons() const;
+
     /// Another application copies `text` and keeps serving it; true once Ravelo's process
     /// sees it on its clipboard.
     static bool copyInOtherApplication(const QString& text);
@@ -42,5 +48,8 @@ public:
     static int countItems(const QQuickItem* root, const QString& objectName);
 
 private:
+    static QStringList trayWindows();
+
     QProcess m_windowManager;
+    QProcess m_tray;
 };
