@@ -3,7 +3,6 @@
 #include "app/AppLogging.h"
 #include "app/AppState.h"
 #include "app/PromptRun.h"
-#include "completion/CompletionStream.h"
 #include "model/PreferenceStore.h"
 #include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
@@ -293,7 +292,7 @@ void AppDelegate::cancelCurrentRun()
 {
     if (m_currentRun) {
         qCDebug(lcApp, "Run cancelled");
-        m_currentRun->stopListening();
+        m_currentRun->cancel();
     }
     m_currentRun = nullptr;
 }
@@ -309,18 +308,18 @@ void AppDelegate::runPrompt(const Prompt& prompt)
     m_appState->setIsLoading(true);
     m_appState->setResultText(QString());
 
-    CompletionStream* stream = ravelo::startCompletion(
-        *preferences, &m_network, prompt.systemPrompt, m_appState->clipboardText());
-    m_currentRun = stream;
-    // A cancelled run stops listening, so none of these reach the state after it.
-    connect(stream, &CompletionStream::fragmentReceived, m_appState, &AppState::appendResultText);
-    connect(stream, &CompletionStream::finished, this, [this] {
+    ravelo::PromptRun* run = ravelo::PromptRun::start(*preferences, &m_network, prompt.systemPrompt,
+                                                      m_appState->clipboardText());
+    m_currentRun = run;
+    // A cancelled run reports nothing, so none of these reach the state after it.
+    connect(run, &ravelo::PromptRun::textReceived, m_appState, &AppState::appendResultText);
+    connect(run, &ravelo::PromptRun::succeeded, this, [this] {
         m_currentRun = nullptr;
         m_appState->setIsLoading(false);
     });
-    connect(stream, &CompletionStream::failed, this, [this](const CompletionError& error) {
+    connect(run, &ravelo::PromptRun::failed, this, [this](const QString& message) {
         m_currentRun = nullptr;
-        m_appState->setResultText(QStringLiteral("Error: ") + error.description());
+        m_appState->setResultText(QStringLiteral("Error: ") + message);
         m_appState->setIsLoading(false);
     });
 }

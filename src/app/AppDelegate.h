@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/PromptRun.h"
 #include "model/Prompt.h"
 #include "onboarding/OnboardingWindow.h"
 #include "triggers/DoubleCopyDetector.h"
@@ -14,7 +15,6 @@
 
 class AccessibilityTrust;
 class AppState;
-class CompletionStream;
 class FloatingPanel;
 class HotkeyManager;
 
@@ -112,7 +112,7 @@ private:
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastOwnCopyPress;
     QTimer m_clipboardDeadline;
     QNetworkAccessManager m_network;
-    QPointer<CompletionStream> m_currentRun;
+    QPointer<ravelo::PromptRun> m_currentRun;
     std::unique_ptr<QQmlEngine> m_engine;
     FloatingPanel* m_panel = nullptr;
     QPointer<QMessageBox> m_about;

@@ -1,5 +1,6 @@
 #include "app/PromptRun.h"
 
+#include "completion/CompletionStream.h"
 #include "completion/OpenAIClient.h"
 #include "model/PreferenceStore.h"
 #include "platform/KeyNames.h"
@@ -18,14 +19,51 @@ bool hasApiKey(const PreferenceStore& preferences)
     return !preferences.string(Preferences::apiKey).value_or(QString()).isEmpty();
 }
 
-CompletionStream* startCompletion(PreferenceStore& preferences, QNetworkAccessManager* network,
-                                  const QString& systemPrompt, const QString& userText)
+QString PromptRun::noAnswerMessage()
+{
+    return QStringLiteral("The server sent no answer.");
+}
+
+PromptRun* PromptRun::start(PreferenceStore& preferences, QObject* owner,
+                            const QString& systemPrompt, const QString& userText)
 {
     preferences.incrementPromptsUsed();
     const QString apiKey = preferences.string(Preferences::apiKey).value_or(QString());
     const QString model = preferences.string(Preferences::model).value_or(QString());
     const QString baseUrl = preferences.string(Preferences::baseUrl).value_or(QString());
-    return OpenAIClient(network, baseUrl).streamCompletion(apiKey, model, systemPrompt, userText);
+    return new PromptRun(
+        OpenAIClient(owner, baseUrl).streamCompletion(apiKey, model, systemPrompt, userText));
+}
+
+PromptRun::PromptRun(CompletionStream* stream)
+    : QObject(stream->parent())
+    , m_stream(stream)
+{
+    connect(stream, &CompletionStream::fragmentReceived, this, [this](const QString& fragment) {
+        m_receivedText = m_receivedText || !fragment.isEmpty();
+        emit textReceived(fragment);
+    });
+    connect(stream, &CompletionStream::finished, this, [this] {
+        if (m_receivedText) {
+            emit succeeded();
+        } else {
+            emit failed(noAnswerMessage());
+        }
+        deleteLater();
+    });
+    connect(stream, &CompletionStream::failed, this, [this](const CompletionError& error) {
+        emit failed(error.description());
+        deleteLater();
+    });
+}
+
+void PromptRun::cancel()
+{
+    if (m_stream) {
+        m_stream->stopListening();
+    }
+    disconnect();
+    deleteLater();
 }
 
 } // namespace ravelo

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <QObject>
+#include <QPointer>
 #include <QString>
 
 class CompletionStream;
 class PreferenceStore;
-class QNetworkAccessManager;
 
 namespace ravelo {
 
@@ -14,10 +15,36 @@ QString missingApiKeyWarning();
 /// Whether a non-empty API key is stored (a key of blanks counts).
 bool hasApiKey(const PreferenceStore& preferences);
 
-/// Starts one run of a prompt as the panel's digits do: counts the use, then streams the
-/// answer to `userText` with the stored key, model and endpoint. The caller checks
-/// `hasApiKey` first.
-CompletionStream* startCompletion(PreferenceStore& preferences, QNetworkAccessManager* network,
-                                  const QString& systemPrompt, const QString& userText);
+/// One run of a prompt, as the panel's digits and `ravelo run` start it: the answer's text
+/// as it arrives, then one ending. A stream that ends normally without any text ends the
+/// run with "The server sent no answer.", so an empty answer never reads as success.
+///
+/// The run deletes itself after its ending. Hold it in a QPointer.
+class PromptRun : public QObject {
+    Q_OBJECT
+
+public:
+    /// Counts the use, then streams the answer to `userText` with the stored key, model and
+    /// endpoint; the streams are children of `owner`. The caller checks `hasApiKey` first.
+    static PromptRun* start(PreferenceStore& preferences, QObject* owner,
+                            const QString& systemPrompt, const QString& userText);
+
+    static QString noAnswerMessage();
+
+    /// Nothing more is reported. The transfer still runs to its end, unseen.
+    void cancel();
+
+signals:
+    void textReceived(const QString& text);
+    void succeeded();
+    /// `message` is what the user reads after "Error: ".
+    void failed(const QString& message);
+
+private:
+    explicit PromptRun(CompletionStream* stream);
+
+    QPointer<CompletionStream> m_stream;
+    bool m_receivedText = false;
+};
 
 } // namespace ravelo

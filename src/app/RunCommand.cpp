@@ -1,13 +1,12 @@
 #include "app/RunCommand.h"
 
 #include "app/PromptRun.h"
-#include "completion/CompletionStream.h"
+#include "completion/OpenAIError.h"
 #include "model/PreferenceStore.h"
 #include "model/PromptStore.h"
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QNetworkAccessManager>
 
 #include <cstdio>
 #include <unistd.h>
@@ -79,36 +78,33 @@ int runCommand(int argc, char* argv[])
     }
     const QString userText = QString::fromUtf8(input.readAll());
 
-    QNetworkAccessManager network;
-    CompletionStream* stream =
-        startCompletion(preferences, &network, std::get<QString>(choice), userText);
+    PromptRun* run = PromptRun::start(preferences, &app, std::get<QString>(choice), userText);
     bool endsWithNewline = true;
-    QObject::connect(stream, &CompletionStream::fragmentReceived, &app,
-                     [&endsWithNewline](const QString& fragment) {
-                         if (fragment.isEmpty()) {
-                             return;
-                         }
-                         const QByteArray bytes = fragment.toUtf8();
-                         std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()),
-                                     stdout);
-                         std::fflush(stdout);
-                         endsWithNewline = fragment.endsWith(QLatin1Char('\n'));
-                     });
-    QObject::connect(stream, &CompletionStream::finished, &app, [&endsWithNewline] {
+    // The answer is text: control characters a server slips in would drive the terminal.
+    QObject::connect(run, &PromptRun::textReceived, &app, [&endsWithNewline](const QString& text) {
+        const QString printable = withoutControlCharacters(text);
+        if (printable.isEmpty()) {
+            return;
+        }
+        const QByteArray bytes = printable.toUtf8();
+        std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+        std::fflush(stdout);
+        endsWithNewline = printable.endsWith(QLatin1Char('\n'));
+    });
+    QObject::connect(run, &PromptRun::succeeded, &app, [&endsWithNewline] {
         if (!endsWithNewline && isatty(STDOUT_FILENO)) {
             std::fputc('\n', stdout);
         }
         QCoreApplication::exit(0);
     });
-    QObject::connect(stream, &CompletionStream::failed, &app,
-                     [&endsWithNewline](const CompletionError& error) {
-                         if (!endsWithNewline && isatty(STDOUT_FILENO)) {
-                             std::fputc('\n', stdout);
-                         }
-                         std::fflush(stdout);
-                         printError(QStringLiteral("Error: ") + error.description());
-                         QCoreApplication::exit(exitFailed);
-                     });
+    QObject::connect(run, &PromptRun::failed, &app, [&endsWithNewline](const QString& message) {
+        if (!endsWithNewline && isatty(STDOUT_FILENO)) {
+            std::fputc('\n', stdout);
+        }
+        std::fflush(stdout);
+        printError(QStringLiteral("Error: ") + message);
+        QCoreApplication::exit(exitFailed);
+    });
     return QCoreApplication::exec();
 }
 

@@ -4,19 +4,46 @@
 #include "completion/OpenAIClient.h"
 
 #include <QNetworkReply>
-#include <QTimer>
+#include <QSslSocket>
+#include <QTcpSocket>
 
 Q_LOGGING_CATEGORY(lcCompletion, "ravelo.completion", QtWarningMsg)
 
 namespace {
 
-/// Errors the transfer itself raised, as opposed to the codes Qt derives from an HTTP
-/// status, which the status test reports instead.
-bool isTransportFailure(QNetworkReply::NetworkError code)
+QNetworkReply::NetworkError networkError(QAbstractSocket::SocketError code)
 {
-    return code != QNetworkReply::NoError &&
-           (code < QNetworkReply::ContentAccessDenied ||
-            code == QNetworkReply::ProtocolUnknownError || code == QNetworkReply::ProtocolFailure);
+    switch (code) {
+    case QAbstractSocket::ConnectionRefusedError:
+        return QNetworkReply::ConnectionRefusedError;
+    case QAbstractSocket::RemoteHostClosedError:
+        return QNetworkReply::RemoteHostClosedError;
+    case QAbstractSocket::HostNotFoundError:
+        return QNetworkReply::HostNotFoundError;
+    case QAbstractSocket::SocketTimeoutError:
+        return QNetworkReply::TimeoutError;
+    case QAbstractSocket::SslHandshakeFailedError:
+        return QNetworkReply::SslHandshakeFailedError;
+    case QAbstractSocket::NetworkError:
+        return QNetworkReply::TemporaryNetworkFailureError;
+    default:
+        return QNetworkReply::UnknownNetworkError;
+    }
+}
+
+/// The length of `bytes` without an unfinished UTF-8 sequence at its end.
+qsizetype wholeCharacters(const QByteArray& bytes)
+{
+    qsizetype lead = bytes.size();
+    while (lead > 0 && lead > bytes.size() - 4 && (uchar(bytes.at(lead - 1)) & 0xc0) == 0x80) {
+        --lead;
+    }
+    if (lead == 0) {
+        return bytes.size();
+    }
+    const uchar first = uchar(bytes.at(lead - 1));
+    const qsizetype length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc0 ? 2 : 1;
+    return (lead - 1) + length > bytes.size() ? lead - 1 : bytes.size();
 }
 
 } // namespace
@@ -24,13 +51,40 @@ bool isTransportFailure(QNetworkReply::NetworkError code)
 CompletionStream::CompletionStream(const QUrl& url, QObject* parent)
     : QObject(parent)
     , m_url(url)
-{}
-
-void CompletionStream::start(QNetworkReply* reply)
 {
-    m_reply = reply;
-    connect(reply, &QNetworkReply::readyRead, this, &CompletionStream::readAvailable);
-    connect(reply, &QNetworkReply::finished, this, &CompletionStream::transferFinished);
+    m_idle.setSingleShot(true);
+    connect(&m_idle, &QTimer::timeout, this, [this] {
+        transferFailed(OpenAIClient::transportError(QNetworkReply::TimeoutError, m_url, {}));
+    });
+}
+
+void CompletionStream::start(const QByteArray& request, std::chrono::milliseconds idleTimeout)
+{
+    m_request = request;
+    const bool encrypted = m_url.scheme().compare(QLatin1String("https"), Qt::CaseInsensitive) == 0;
+    const auto port = static_cast<quint16>(m_url.port(encrypted ? 443 : 80));
+    m_idle.setInterval(idleTimeout);
+    m_idle.start();
+    if (encrypted) {
+        auto* socket = new QSslSocket(this);
+        m_socket = socket;
+        connect(socket, &QSslSocket::sslErrors, this,
+                [this](const QList<QSslError>& errors) { m_sslErrors = errors; });
+        connect(socket, &QSslSocket::encrypted, this, &CompletionStream::send);
+    } else {
+        m_socket = new QTcpSocket(this);
+        connect(m_socket, &QAbstractSocket::connected, this, &CompletionStream::send);
+    }
+    connect(m_socket, &QAbstractSocket::readyRead, this, &CompletionStream::readAvailable);
+    connect(m_socket, &QAbstractSocket::bytesWritten, this, [this] { m_idle.start(); });
+    connect(m_socket, &QAbstractSocket::errorOccurred, this, &CompletionStream::socketFailed);
+    connect(m_socket, &QAbstractSocket::disconnected, this,
+            [this] { socketFailed(QAbstractSocket::RemoteHostClosedError); });
+    if (auto* socket = qobject_cast<QSslSocket*>(m_socket)) {
+        socket->connectToHostEncrypted(m_url.host(), port);
+    } else {
+        m_socket->connectToHost(m_url.host(), port);
+    }
 }
 
 void CompletionStream::failLater(const CompletionError& error)
@@ -41,75 +95,155 @@ void CompletionStream::failLater(const CompletionError& error)
     });
 }
 
-bool CompletionStream::readHead()
+void CompletionStream::send()
 {
-    if (m_body != Body::Unknown) {
-        return true;
+    if (m_socket) {
+        m_idle.start();
+        m_socket->write(std::exchange(m_request, QByteArray()));
     }
-    const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (!status.isValid()) {
-        return false;
-    }
-    m_status = status.toLongLong();
-    m_body = m_status == 200 ? Body::Events : Body::ErrorText;
-    qCDebug(lcCompletion) << "response" << m_status << "from" << m_url.host();
-    return true;
 }
 
 void CompletionStream::readAvailable()
 {
-    if (!m_reply || !m_reply->isOpen() || !readHead()) {
+    if (!m_socket) {
         return;
     }
-    const QByteArray bytes = m_reply->readAll();
-    if (m_ended) {
+    const QByteArray bytes = m_socket->readAll();
+    if (bytes.isEmpty()) {
         return;
     }
-    if (m_body == Body::Events) {
-        m_events.feed(bytes, [this](const QString& fragment) { deliver(fragment); });
-        if (m_events.isDone()) {
-            end(std::nullopt);
-        }
-    } else {
-        m_errorLines.feed(bytes, [this](QByteArrayView line) {
-            m_errorText += QString::fromUtf8(line);
-            return true;
-        });
+    m_idle.start();
+    const bool hadHead = m_response.state() != HttpResponseReader::State::Head;
+    const auto state = m_response.feed(bytes, [this](QByteArrayView body) { readBody(body); });
+    if (!hadHead && m_response.state() != HttpResponseReader::State::Head) {
+        qCDebug(lcCompletion) << "response" << m_response.status() << "from" << m_url.host();
+    }
+    if (!m_socket) {
+        return;
+    }
+    if (state == HttpResponseReader::State::Complete) {
+        bodyComplete();
+    } else if (state == HttpResponseReader::State::Failed) {
+        closeTransfer();
     }
 }
 
-void CompletionStream::transferFinished()
+void CompletionStream::socketFailed(QAbstractSocket::SocketError code)
 {
-    if (!m_reply) {
+    if (!m_socket) {
+        return;
+    }
+    if (code != QAbstractSocket::RemoteHostClosedError) {
+        QString detail = m_socket->errorString();
+        if (!m_sslErrors.isEmpty()) {
+            QStringList reasons;
+            for (const QSslError& error : std::as_const(m_sslErrors)) {
+                reasons.append(error.errorString());
+            }
+            detail = reasons.join(QLatin1String("; "));
+        }
+        transferFailed(OpenAIClient::transportError(networkError(code), m_url, detail));
         return;
     }
     readAvailable();
-    const QNetworkReply::NetworkError code = m_reply->error();
-    if (!m_ended) {
-        if (isTransportFailure(code) ||
-            (m_body == Body::Unknown && code != QNetworkReply::NoError)) {
-            end(CompletionError(OpenAIClient::transportError(code, m_url, m_reply->errorString())));
-        } else if (m_body == Body::Unknown) {
-            end(CompletionError(OpenAIError::httpError(0, QStringLiteral("Not an HTTP response"))));
-        } else if (m_body == Body::Events) {
-            m_events.finish([this](const QString& fragment) { deliver(fragment); });
-            end(std::nullopt);
-        } else {
-            m_errorLines.finish([this](QByteArrayView line) {
-                m_errorText += QString::fromUtf8(line);
-                return true;
-            });
-            end(CompletionError(OpenAIError::httpError(m_status, m_errorText)));
-        }
+    if (!m_socket) {
+        return;
     }
-    m_reply->deleteLater();
-    m_reply = nullptr;
-    deleteLater();
+    if (m_response.connectionClosed() == HttpResponseReader::State::Complete) {
+        bodyComplete();
+    } else {
+        closeTransfer();
+    }
+}
+
+void CompletionStream::readBody(QByteArrayView bytes)
+{
+    if (!m_socket) {
+        return;
+    }
+    if (m_response.status() != 200) {
+        // The lines of an error body run together; only its start is kept.
+        for (qsizetype at = 0; at < bytes.size();) {
+            qsizetype end = at;
+            while (end < bytes.size() && bytes.at(end) != '\n' && bytes.at(end) != '\r') {
+                ++end;
+            }
+            const qsizetype room = maxErrorTextBytes - m_errorBytes.size();
+            const qsizetype kept = qMin(room, end - at);
+            m_errorBytes.append(bytes.sliced(at, kept));
+            m_errorBytesLeftOut += end - at - kept;
+            at = end + 1;
+        }
+        return;
+    }
+    if (m_events.isDone()) {
+        return; // the rest after the end marker is read and dropped
+    }
+    m_events.feed(bytes, [this](const QString& fragment) { deliver(fragment); });
+    if (m_events.lineTooLong()) {
+        transferFailed(
+            TransportError{QNetworkReply::ProtocolFailure,
+                           QLatin1String("The server ") + OpenAIClient::serverName(m_url) +
+                               QLatin1String(" sent an event line longer than ") +
+                               QString::number(SseEventReader::maxLineLength / (1024 * 1024)) +
+                               QLatin1String(" MiB. The rest of the answer was not read.")});
+    } else if (m_events.isDone()) {
+        end(std::nullopt);
+    }
+}
+
+void CompletionStream::bodyComplete()
+{
+    const int status = m_response.status();
+    closeTransfer();
+    if (status == 200) {
+        m_events.finish([this](const QString& fragment) { deliver(fragment); });
+        end(std::nullopt);
+    } else {
+        end(OpenAIError::httpError(status, errorText()));
+    }
+}
+
+QString CompletionStream::errorText() const
+{
+    QByteArray kept = m_errorBytes;
+    qint64 leftOut = m_errorBytesLeftOut;
+    if (leftOut == 0) {
+        return QString::fromUtf8(kept);
+    }
+    const qsizetype whole = wholeCharacters(kept);
+    leftOut += kept.size() - whole;
+    kept.truncate(whole);
+    return QString::fromUtf8(kept) + QStringLiteral("… (%1 bytes more)").arg(leftOut);
+}
+
+void CompletionStream::transferFailed(const CompletionError& error)
+{
+    closeTransfer();
+    end(error);
+}
+
+void CompletionStream::closeTransfer()
+{
+    m_idle.stop();
+    if (m_socket) {
+        QAbstractSocket* socket = m_socket;
+        m_socket = nullptr;
+        socket->disconnect(this);
+        socket->abort();
+        socket->deleteLater();
+        deleteLater();
+    }
+    if (m_response.state() == HttpResponseReader::State::Failed) {
+        end(m_response.failure() == HttpResponseReader::Failure::NotHttp
+                ? CompletionError(OpenAIError::httpError(0, QStringLiteral("Not an HTTP response")))
+                : CompletionError(OpenAIClient::responseError(m_response, m_url)));
+    }
 }
 
 void CompletionStream::deliver(const QString& fragment)
 {
-    if (m_listening) {
+    if (m_listening && !m_ended) {
         emit fragmentReceived(fragment);
     }
 }
@@ -120,7 +254,7 @@ void CompletionStream::end(const std::optional<CompletionError>& error)
         return;
     }
     m_ended = true;
-    m_errorText.clear();
+    m_errorBytes.clear();
     if (!m_listening) {
         return;
     }

@@ -1,27 +1,34 @@
 #pragma once
 
+#include "completion/HttpResponseReader.h"
 #include "completion/OpenAIError.h"
 #include "completion/SseEvent.h"
 
+#include <QAbstractSocket>
 #include <QObject>
 #include <QPointer>
+#include <QSslError>
+#include <QTimer>
 #include <QUrl>
 
+#include <chrono>
 #include <optional>
-
-class QNetworkReply;
 
 /// The answer of one chat-completion request, delivered as text fragments in the order the
 /// server sends them. It ends exactly once: `finished()` or `failed()`, always from the event
-/// loop, never while the request is being made.
+/// loop, never while the request is being made. A body cut short or damaged in transit is a
+/// failure, never a complete answer.
 ///
-/// The stream owns its transfer and deletes itself once the transfer is over, which may be
+/// The stream owns its connection and deletes itself once the transfer is over, which may be
 /// after it has ended (the rest of a body after the end marker is read and dropped). Hold it
 /// in a QPointer.
 class CompletionStream : public QObject {
     Q_OBJECT
 
 public:
+    /// The most of an error body that is kept; the rest is counted, not kept.
+    static constexpr qsizetype maxErrorTextBytes = 64 * 1024;
+
     /// No signal is emitted any more. The transfer still runs to its end, unseen.
     void stopListening() { m_listening = false; }
     bool isListening() const { return m_listening; }
@@ -35,25 +42,30 @@ signals:
 private:
     friend class OpenAIClient;
 
-    enum class Body { Unknown, Events, ErrorText };
-
     CompletionStream(const QUrl& url, QObject* parent);
-    void start(QNetworkReply* reply);
+    void start(const QByteArray& request, std::chrono::milliseconds idleTimeout);
     void failLater(const CompletionError& error);
 
+    void send();
     void readAvailable();
-    void transferFinished();
-    bool readHead();
+    void socketFailed(QAbstractSocket::SocketError code);
+    void readBody(QByteArrayView bytes);
+    void bodyComplete();
+    void transferFailed(const CompletionError& error);
+    void closeTransfer();
+    QString errorText() const;
     void deliver(const QString& fragment);
     void end(const std::optional<CompletionError>& error);
 
     QUrl m_url;
-    QPointer<QNetworkReply> m_reply;
-    Body m_body = Body::Unknown;
-    qint64 m_status = 0;
+    QByteArray m_request;
+    QPointer<QAbstractSocket> m_socket;
+    QTimer m_idle;
+    QList<QSslError> m_sslErrors;
+    HttpResponseReader m_response;
     SseEventReader m_events;
-    SseLineSplitter m_errorLines;
-    QString m_errorText;
+    QByteArray m_errorBytes;
+    qint64 m_errorBytesLeftOut = 0;
     bool m_listening = true;
     bool m_ended = false;
 };

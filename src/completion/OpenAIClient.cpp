@@ -3,8 +3,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkRequest>
 
 #include <algorithm>
 
@@ -12,7 +10,14 @@ namespace {
 
 const QString openAIBaseUrl = QStringLiteral("https://api.openai.com/v1");
 
-QString hostOf(const QUrl& url)
+} // namespace
+
+OpenAIClient::OpenAIClient(QObject* owner, const QString& baseUrl)
+    : m_owner(owner)
+    , m_baseUrl(baseUrl)
+{}
+
+QString OpenAIClient::serverName(const QUrl& url)
 {
     QString host = url.host();
     if (url.port() != -1) {
@@ -21,12 +26,26 @@ QString hostOf(const QUrl& url)
     return host.isEmpty() ? QStringLiteral("the server") : host;
 }
 
-} // namespace
-
-OpenAIClient::OpenAIClient(QNetworkAccessManager* network, const QString& baseUrl)
-    : m_network(network)
-    , m_baseUrl(baseUrl)
-{}
+QByteArray OpenAIClient::requestBytes(const QUrl& url, const QString& apiKey,
+                                      const QByteArray& body)
+{
+    QByteArray target = url.path(QUrl::FullyEncoded).toLatin1();
+    if (url.hasQuery()) {
+        target += '?' + url.query(QUrl::FullyEncoded).toLatin1();
+    }
+    QByteArray host = url.host(QUrl::FullyEncoded).toLatin1();
+    if (host.contains(':')) {
+        host = '[' + host + ']';
+    }
+    if (url.port() != -1) {
+        host += ':' + QByteArray::number(url.port());
+    }
+    // An unencoded answer: nothing needs unpacking, so nothing can grow past what arrives.
+    return "POST " + target + " HTTP/1.1\r\nHost: " + host + "\r\nAuthorization: Bearer " +
+           apiKey.toUtf8() +
+           "\r\nContent-Type: application/json\r\nAccept-Encoding: identity\r\nContent-Length: " +
+           QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+}
 
 QUrl OpenAIClient::endpoint(const QString& baseUrl)
 {
@@ -65,7 +84,7 @@ QByteArray OpenAIClient::requestBody(const QString& model, const QString& system
 TransportError OpenAIClient::transportError(QNetworkReply::NetworkError code, const QUrl& url,
                                             const QString& detail)
 {
-    const QString host = hostOf(url);
+    const QString host = serverName(url);
     QString text;
     switch (code) {
     case QNetworkReply::ConnectionRefusedError:
@@ -92,27 +111,48 @@ TransportError OpenAIClient::transportError(QNetworkReply::NetworkError code, co
     case QNetworkReply::NetworkSessionFailedError:
         text = QStringLiteral("The network is not available.");
         break;
-    case QNetworkReply::TooManyRedirectsError:
-        text = QLatin1String("The server ") + host + QLatin1String(" redirected too many times.");
-        break;
-    case QNetworkReply::InsecureRedirectError:
-        text = QLatin1String("The server ") + host +
-               QLatin1String(" redirected the request to another server. The redirect was not "
-                             "followed, so the API key was not sent there.");
-        break;
-    case QNetworkReply::ProxyConnectionRefusedError:
-    case QNetworkReply::ProxyConnectionClosedError:
-    case QNetworkReply::ProxyNotFoundError:
-    case QNetworkReply::ProxyTimeoutError:
-    case QNetworkReply::ProxyAuthenticationRequiredError:
-    case QNetworkReply::UnknownProxyError:
-        text = QLatin1String("The proxy failed: ") + detail;
-        break;
     default:
         text = QLatin1String("The request to ") + host + QLatin1String(" failed: ") + detail;
         break;
     }
-    return {code, text};
+    return {code, withoutControlCharacters(text)};
+}
+
+TransportError OpenAIClient::responseError(const HttpResponseReader& response, const QUrl& url)
+{
+    const QString server = QLatin1String("The server ") + serverName(url);
+    switch (response.failure()) {
+    case HttpResponseReader::Failure::CutShort:
+        if (response.contentLength() > 0) {
+            return {QNetworkReply::RemoteHostClosedError,
+                    server +
+                        QLatin1String(" closed the connection before the answer was complete (") +
+                        QString::number(response.bodyBytesRead()) + QLatin1String(" of ") +
+                        QString::number(response.contentLength()) + QLatin1String(" bytes).")};
+        }
+        return transportError(QNetworkReply::RemoteHostClosedError, url, {});
+    case HttpResponseReader::Failure::BadChunk:
+        return {QNetworkReply::ProtocolFailure,
+                server + QLatin1String(" sent a damaged answer: its chunked framing is broken.")};
+    case HttpResponseReader::Failure::BadLength:
+        return {QNetworkReply::ProtocolFailure,
+                server +
+                    QLatin1String(" sent a damaged answer: its Content-Length cannot be read.")};
+    case HttpResponseReader::Failure::HeadTooLong:
+        return {QNetworkReply::ProtocolFailure,
+                server + QLatin1String(" sent a response head longer than 64 KiB.")};
+    case HttpResponseReader::Failure::CompressedBody:
+        return {
+            QNetworkReply::ProtocolFailure,
+            server + QLatin1String(" sent a compressed answer (") +
+                withoutControlCharacters(QString::fromLatin1(response.header("Content-Encoding"))) +
+                QLatin1String(") although an uncompressed one was asked for.")};
+    case HttpResponseReader::Failure::NotHttp:
+    case HttpResponseReader::Failure::None:
+        break;
+    }
+    return transportError(QNetworkReply::ProtocolUnknownError, url,
+                          QStringLiteral("the answer is not HTTP"));
 }
 
 CompletionStream* OpenAIClient::streamCompletion(const QString& apiKey, const QString& model,
@@ -120,7 +160,7 @@ CompletionStream* OpenAIClient::streamCompletion(const QString& apiKey, const QS
                                                  const QString& userText) const
 {
     const QUrl url = endpoint(m_baseUrl);
-    auto* stream = new CompletionStream(url, m_network);
+    auto* stream = new CompletionStream(url, m_owner);
     if (apiKey.isEmpty()) {
         stream->failLater(OpenAIError::noAPIKey());
         return stream;
@@ -142,13 +182,8 @@ CompletionStream* OpenAIClient::streamCompletion(const QString& apiKey, const QS
         return stream;
     }
 
-    QNetworkRequest request(url);
-    request.setTransferTimeout(static_cast<int>(m_transferTimeout.count()));
-    request.setRawHeader("Authorization", "Bearer " + apiKey.toUtf8());
-    request.setRawHeader("Content-Type", "application/json");
-    // The key belongs to the configured server alone: a redirect elsewhere is not followed.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::SameOriginRedirectPolicy);
-    stream->start(m_network->post(request, requestBody(model, systemPrompt, userText)));
+    // Redirects are not followed: the key belongs to the configured server alone.
+    stream->start(requestBytes(url, apiKey, requestBody(model, systemPrompt, userText)),
+                  m_transferTimeout);
     return stream;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "completion/CompletionStream.h"
+#include "completion/HttpResponseReader.h"
 #include "completion/OpenAIError.h"
 
 #include <QByteArray>
@@ -10,24 +11,24 @@
 
 #include <chrono>
 
-class QNetworkAccessManager;
-
 /// Streams chat completions from the OpenAI API or an OpenAI-compatible server. The client
-/// holds no state between calls: every call builds its address, request and body anew.
+/// holds no state between calls: every call builds its address, request and body anew and
+/// opens a connection of its own (HTTP/1.1, TLS for https).
 class OpenAIClient {
 public:
     static constexpr std::chrono::milliseconds defaultTransferTimeout{60'000};
 
     /// `baseUrl` replaces "https://api.openai.com/v1" when not blank; the request goes to
     /// the base followed by "/chat/completions".
-    explicit OpenAIClient(QNetworkAccessManager* network, const QString& baseUrl = {});
+    /// The streams are children of `owner`.
+    explicit OpenAIClient(QObject* owner, const QString& baseUrl = {});
 
     /// How long the transfer may go without receiving anything before it fails.
     void setTransferTimeout(std::chrono::milliseconds timeout) { m_transferTimeout = timeout; }
 
     /// Sends the request at once and returns its answer. Never fails here: every failure,
     /// an empty key included, ends the returned stream. The stream is a child of the
-    /// network access manager.
+    /// owner.
     CompletionStream* streamCompletion(const QString& apiKey, const QString& model,
                                        const QString& systemPrompt, const QString& userText) const;
 
@@ -37,12 +38,18 @@ public:
     /// The compact JSON body: "model", "stream": true and the system and user messages.
     static QByteArray requestBody(const QString& model, const QString& systemPrompt,
                                   const QString& userText);
+    /// The whole request as it goes on the wire: head and body.
+    static QByteArray requestBytes(const QUrl& url, const QString& apiKey, const QByteArray& body);
     /// A readable account of a failed transfer to `url`.
     static TransportError transportError(QNetworkReply::NetworkError code, const QUrl& url,
                                          const QString& detail);
+    /// A readable account of a response that ended before its end or arrived damaged.
+    static TransportError responseError(const HttpResponseReader& response, const QUrl& url);
+    /// "host:port" as the user wrote it, for messages.
+    static QString serverName(const QUrl& url);
 
 private:
-    QNetworkAccessManager* m_network;
+    QObject* m_owner;
     QString m_baseUrl;
     std::chrono::milliseconds m_transferTimeout = defaultTransferTimeout;
 };

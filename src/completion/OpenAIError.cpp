@@ -1,13 +1,34 @@
 #include "completion/OpenAIError.h"
 
+#include <algorithm>
+
+QString withoutControlCharacters(const QString& text)
+{
+    const auto isControl = [](QChar c) {
+        const char16_t u = c.unicode();
+        return (u < 0x20 && u != u'\t' && u != u'\n') || (u >= 0x7f && u <= 0x9f);
+    };
+    if (std::none_of(text.cbegin(), text.cend(), isControl)) {
+        return text;
+    }
+    QString clean;
+    clean.reserve(text.size());
+    for (QChar c : text) {
+        if (!isControl(c)) {
+            clean.append(c);
+        }
+    }
+    return clean;
+}
+
 OpenAIError OpenAIError::httpError(qint64 statusCode, const QString& text)
 {
-    return {Kind::HttpError, statusCode, text};
+    return {Kind::HttpError, statusCode, withoutControlCharacters(text)};
 }
 
 OpenAIError OpenAIError::decodingError(const QString& text)
 {
-    return {Kind::DecodingError, 0, text};
+    return {Kind::DecodingError, 0, withoutControlCharacters(text)};
 }
 
 OpenAIError OpenAIError::noAPIKey()

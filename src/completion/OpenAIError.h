@@ -6,6 +6,11 @@
 #include <optional>
 #include <variant>
 
+/// `text` without terminal control characters: C0 controls other than tab and line feed,
+/// DEL and the C1 controls are left out, so server text printed to a terminal cannot move
+/// its cursor, retitle it or run its escape sequences.
+QString withoutControlCharacters(const QString& text);
+
 /// The failures the completion client detects itself, each with one fixed message.
 class OpenAIError {
 public:
@@ -19,7 +24,8 @@ public:
     Kind kind() const { return m_kind; }
     /// The HTTP status of an `HttpError`; 0 for the other kinds.
     qint64 statusCode() const { return m_statusCode; }
-    /// The body text of an `HttpError` or the text of a `DecodingError`.
+    /// The body text of an `HttpError` or the text of a `DecodingError`, without control
+    /// characters.
     QString text() const { return m_text; }
 
     /// The message the user reads after "Error: ".

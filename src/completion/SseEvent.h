@@ -24,6 +24,12 @@ struct SseEvent {
 /// Reads a status-200 event stream piece by piece into fragments, up to the end marker.
 class SseEventReader {
 public:
+    /// The longest line read. One event carries one piece of an answer, rarely more than a
+    /// few hundred bytes; even a whole long answer in a single event, JSON-escaped, stays far
+    /// below this. A line past it can only come from a broken or hostile server, and keeping
+    /// it would let that server fill the memory.
+    static constexpr qsizetype maxLineLength = 16 * 1024 * 1024;
+
     /// Calls `onFragment(const QString&)` for each fragment completed by `bytes`, in order.
     /// Returns false once the end marker has been read; later bytes are ignored.
     template<typename OnFragment> bool feed(QByteArrayView bytes, OnFragment&& onFragment)
@@ -44,6 +50,8 @@ public:
     }
 
     bool isDone() const { return m_done; }
+    /// A line over `maxLineLength` was refused; nothing after it is read.
+    bool lineTooLong() const { return m_splitter.lineTooLong(); }
 
 private:
     template<typename OnFragment> bool handleLine(QByteArrayView line, OnFragment& onFragment)
@@ -59,6 +67,6 @@ private:
         return true;
     }
 
-    SseLineSplitter m_splitter;
+    SseLineSplitter m_splitter{maxLineLength};
     bool m_done = false;
 };

@@ -9,11 +9,22 @@
 /// whole again in its line. Only an unfinished line is kept between pieces.
 class SseLineSplitter {
 public:
+    /// A line longer than `maxLineLength` bytes (when not negative) is refused: `feed` then
+    /// stops, returns false and `lineTooLong()` tells why.
+    explicit SseLineSplitter(qsizetype maxLineLength = -1)
+        : m_maxLineLength(maxLineLength)
+    {}
+
+    bool lineTooLong() const { return m_lineTooLong; }
+
     /// Calls `onLine(QByteArrayView)` for each line completed by `bytes`. The view is
     /// valid during the call only. `onLine` returns false to stop; feed then returns false
     /// and drops the rest of `bytes`.
     template<typename OnLine> bool feed(QByteArrayView bytes, OnLine&& onLine)
     {
+        if (m_lineTooLong) {
+            return false;
+        }
         const char* data = bytes.data();
         const qsizetype size = bytes.size();
         qsizetype start = 0;
@@ -27,6 +38,9 @@ public:
             const char c = data[i];
             if (c != '\n' && c != '\r') {
                 continue;
+            }
+            if (exceedsLimit(i - start)) {
+                return false;
             }
             bool keepGoing = true;
             if (m_partial.isEmpty()) {
@@ -51,6 +65,9 @@ public:
             }
         }
         if (start < size) {
+            if (exceedsLimit(size - start)) {
+                return false;
+            }
             m_partial.append(data + start, size - start);
         }
         return true;
@@ -67,6 +84,17 @@ public:
     }
 
 private:
+    bool exceedsLimit(qsizetype more)
+    {
+        if (m_maxLineLength >= 0 && m_partial.size() + more > m_maxLineLength) {
+            m_lineTooLong = true;
+            m_partial.clear();
+        }
+        return m_lineTooLong;
+    }
+
     QByteArray m_partial;
+    qsizetype m_maxLineLength = -1;
     bool m_afterCr = false;
+    bool m_lineTooLong = false;
 };

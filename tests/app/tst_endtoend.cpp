@@ -323,14 +323,30 @@ private slots:
         QCOMPARE(m_preferences->integer(Preferences::totalPromptsUsed), 2);
     }
 
-    void httpErrorIsShownInThePanel()
+    void failuresAreShownInThePanel_data()
     {
+        QTest::addColumn<ChatResponse>("response");
+        QTest::addColumn<QString>("expected");
+        const QByteArray body = R"({"error":{"message":"Incorrect API key provided"}})";
+        QTest::newRow("HTTP error")
+            << ChatResponse::error(401, body)
+            << QStringLiteral("Error: HTTP 401: ") + QString::fromUtf8(body);
+        QTest::newRow("control characters left out")
+            << ChatResponse::error(400, "\x1b]2;owned\x07"
+                                        "bad\x1b[0m")
+            << QStringLiteral("Error: HTTP 400: ]2;ownedbad[0m");
+        QTest::newRow("no answer") << ChatResponse::events({"[DONE]"})
+                                   << QStringLiteral("Error: The server sent no answer.");
+    }
+
+    void failuresAreShownInThePanel()
+    {
+        QFETCH(ChatResponse, response);
+        QFETCH(QString, expected);
         QVERIFY(copyInOtherApplication(QStringLiteral("text")));
         QVERIFY(doubleCopyOpensThePanel());
-        const QByteArray body = R"({"error":{"message":"Incorrect API key provided"}})";
-        m_server->enqueue(ChatResponse::error(401, body));
+        m_server->enqueue(response);
         QVERIFY(key(QStringLiteral("3")));
-        const QString expected = QStringLiteral("Error: HTTP 401: ") + QString::fromUtf8(body);
         QTRY_COMPARE(m_state->resultText(), expected);
         QTRY_COMPARE(viewText("answerText"), expected);
         QVERIFY(!m_state->isLoading());

@@ -197,6 +197,166 @@ private slots:
         QCOMPARE(preferences()->integer(Preferences::totalPromptsUsed), exitCode == 2 ? 0 : 1);
     }
 
+    // A transfer that ends before its body does, or arrives damaged, is never an answer.
+    void cutShortOrDamaged_data()
+    {
+        QTest::addColumn<ChatResponse>("response");
+        QTest::addColumn<QString>("message");
+
+        const QByteArray events = chunk("one") + chunk("two");
+        const QByteArray chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+        const QByteArray firstChunk = QByteArray::number(events.size(), 16) + "\r\n" + events;
+        const QString cut = QStringLiteral(" closed the connection before the answer was complete");
+
+        ChatResponse shorter = ChatResponse::split(events, events.size());
+        shorter.framing = ChatResponse::Framing::ContentLength;
+        shorter.declaredLength = events.size() + 500;
+        QTest::newRow("body shorter than its Content-Length")
+            << shorter
+            << cut +
+                   QStringLiteral(" (%1 of %2 bytes).").arg(events.size()).arg(events.size() + 500);
+        QTest::newRow("chunked, cut between chunks")
+            << ChatResponse::rawBytes(chunkedHead + firstChunk + "\r\n") << cut + QLatin1Char('.');
+        QTest::newRow("chunked, cut inside a chunk")
+            << ChatResponse::rawBytes(chunkedHead + "400\r\n" + events) << cut + QLatin1Char('.');
+        ChatResponse reset = ChatResponse::split(events, events.size());
+        reset.piece({}, 100);
+        reset.ending = ChatResponse::Ending::Reset;
+        QTest::newRow("connection reset") << reset << cut + QLatin1Char('.');
+        QTest::newRow("chunk size that is no number")
+            << ChatResponse::rawBytes(chunkedHead + firstChunk + "\r\nzz\r\nhello\r\n0\r\n\r\n")
+            << QStringLiteral(" sent a damaged answer: its chunked framing is broken.");
+        QTest::newRow("chunk not ended by CRLF")
+            << ChatResponse::rawBytes(chunkedHead + firstChunk + "XX5\r\nhello\r\n0\r\n\r\n")
+            << QStringLiteral(" sent a damaged answer: its chunked framing is broken.");
+        QTest::newRow("Content-Length that is no number")
+            << ChatResponse::rawBytes("HTTP/1.1 200 OK\r\nContent-Length: 12x\r\n\r\n" + events)
+            << QStringLiteral(" sent a damaged answer: its Content-Length cannot be read.");
+        QTest::newRow("compressed although not asked for")
+            << ChatResponse::rawBytes("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n"
+                                      "Content-Length: 20\r\n\r\n\x1f\x8b" +
+                                      QByteArray(18, 'x'))
+            << QStringLiteral(" sent a compressed answer (gzip) although an uncompressed one "
+                              "was asked for.");
+    }
+
+    void cutShortOrDamaged()
+    {
+        QFETCH(ChatResponse, response);
+        QFETCH(QString, message);
+        m_server->enqueue(response);
+        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(QString::fromUtf8(result.err).trimmed(),
+                 QStringLiteral("Error: The server 127.0.0.1:%1").arg(m_server->port()) + message);
+        QVERIFY2(QByteArray("onetwo").startsWith(result.out), result.out);
+    }
+
+    // The stream ends normally, but a run that brought no text says so.
+    void noAnswer_data()
+    {
+        QTest::addColumn<ChatResponse>("response");
+        QTest::addColumn<QByteArray>("out");
+
+        QTest::newRow("only the end marker") << ChatResponse::events({"[DONE]"}) << QByteArray();
+        QTest::newRow("events without text")
+            << ChatResponse::events({R"({"choices":[{"delta":{"role":"assistant"}}]})",
+                                     R"({"choices":[{"delta":{"content":""}}]})",
+                                     R"({"choices":[{"delta":{"content":null}}]})", "[DONE]"})
+            << QByteArray();
+        QTest::newRow("empty 200")
+            << ChatResponse::rawBytes("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")
+            << QByteArray();
+        ChatResponse html = ChatResponse::split("<html><body>Welcome</body></html>", 100);
+        html.headers = {qMakePair(QByteArray("Content-Type"), QByteArray("text/html"))};
+        QTest::newRow("text/html") << html << QByteArray();
+    }
+
+    void noAnswer()
+    {
+        QFETCH(ChatResponse, response);
+        m_server->enqueue(response);
+        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.out, QByteArray());
+        QCOMPARE(result.err, QByteArray("Error: The server sent no answer.\n"));
+        QCOMPARE(result.exitCode, 1);
+    }
+
+    // Qt's HTTP stack reads these two as proxy failures; here they are statuses like any.
+    void proxyStatusesAreStatuses_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::newRow("305") << 305;
+        QTest::newRow("407") << 407;
+    }
+
+    void proxyStatusesAreStatuses()
+    {
+        QFETCH(int, status);
+        ChatResponse response = ChatResponse::error(status, R"({"error":"nope"})");
+        response.headers.append(qMakePair(QByteArray("Proxy-Authenticate"), QByteArray("Basic")));
+        response.headers.append(
+            qMakePair(QByteArray("Location"), QByteArray("http://127.0.0.1:1/")));
+        m_server->enqueue(response);
+        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(result.err,
+                 "Error: HTTP " + QByteArray::number(status) + ": {\"error\":\"nope\"}\n");
+    }
+
+    // Server text drives no terminal: no retitling, no colours, no cursor moves.
+    void serverTextCarriesNoControlCharacters()
+    {
+        m_server->enqueue(ChatResponse::error(
+            400, "\x1b]2;owned\x07title \x1b[31mred\xc2\x9b\x7f\tend\r\nnext\x08"));
+        Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.err, QByteArray("Error: HTTP 400: ]2;ownedtitle [31mred\tendnext\n"));
+
+        m_server->enqueue(
+            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":"
+                                  "\"\\u001b]2;owned\\u0007a\\r\\nb\\tc\\u009b\\u0000\"}}]}"}));
+        result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.out, QByteArray("]2;owneda\nb\tc"));
+        QCOMPARE(result.exitCode, 0);
+    }
+
+    // Memory stays bounded: only the start of a huge error body is kept and shown.
+    void hugeErrorBodyIsCut()
+    {
+        // A two-byte character straddles the limit: it is left out whole.
+        const QByteArray body =
+            QByteArray(64 * 1024 - 1, 'x') + "\xc3\xa9" + QByteArray(300000, 'y');
+        m_server->enqueue(ChatResponse::error(500, body));
+        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(QString::fromUtf8(result.err), QStringLiteral("Error: HTTP 500: ") +
+                                                    QString(64 * 1024 - 1, QLatin1Char('x')) +
+                                                    QStringLiteral("… (300002 bytes more)\n"));
+    }
+
+    void overlongEventLineIsRefused()
+    {
+        ChatResponse response;
+        response.headers.append(
+            qMakePair(QByteArray("Content-Type"), QByteArray("text/event-stream")));
+        response.piece(chunk("kept"));
+        response.piece("data: {\"choices\":[{\"delta\":{\"content\":\"");
+        const QByteArray mebibyte(1024 * 1024, 'z');
+        for (int i = 0; i < 17; ++i) {
+            response.piece(mebibyte);
+        }
+        response.piece("\"}}]}\n\n" + chunk("never"));
+        m_server->enqueue(response);
+        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "text");
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(result.out, QByteArray("kept"));
+        QCOMPARE(
+            QString::fromUtf8(result.err).trimmed(),
+            QStringLiteral("Error: The server 127.0.0.1:%1 sent an event line longer than 16 MiB. "
+                           "The rest of the answer was not read.")
+                .arg(m_server->port()));
+    }
+
     void helpAndUnknownCommands()
     {
         const Result help = run({QStringLiteral("--help")}, {});

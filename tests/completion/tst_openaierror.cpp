@@ -32,6 +32,14 @@ private slots:
             << QStringLiteral("No OpenAI API key configured. Open Preferences to set one.");
         QTest::newRow("invalid URL")
             << CompletionError(OpenAIError::invalidURL()) << QStringLiteral("Invalid API URL.");
+        QTest::newRow("control characters left out")
+            << CompletionError(OpenAIError::httpError(400, QStringLiteral("\x1b]2;owned\x07"
+                                                                          "a\tb\u009bc\rd\x7f\x00"
+                                                                          "e")))
+            << QStringLiteral("HTTP 400: ]2;owneda\tbcde");
+        QTest::newRow("line feeds and other text kept")
+            << CompletionError(OpenAIError::httpError(500, QStringLiteral("a\nb é \u00a0 😀")))
+            << QStringLiteral("HTTP 500: a\nb é \u00a0 😀");
         QTest::newRow("transport")
             << CompletionError(TransportError{QNetworkReply::ConnectionRefusedError,
                                               QStringLiteral("Could not connect.")})
@@ -43,7 +51,6 @@ private slots:
         QFETCH(CompletionError, error);
         QFETCH(QString, message);
         QCOMPARE(error.description(), message);
-        QCOMPARE(error.openAIError().has_value(), !error.transportError().has_value());
     }
 };
 

@@ -97,6 +97,40 @@ private slots:
         QVERIFY(!more);
         QCOMPARE(lines, (Lines{"a", "stop"}));
     }
+
+    void refusesALineOverItsLimit_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("pieces");
+        QTest::addColumn<Lines>("expected");
+        QTest::addColumn<bool>("tooLong");
+        QTest::newRow("at the limit") << QList<QByteArray>{"12345\n"} << Lines{"12345"} << false;
+        QTest::newRow("over it in one piece")
+            << QList<QByteArray>{"ok\n123456\nlater\n"} << Lines{"ok"} << true;
+        QTest::newRow("over it across pieces")
+            << QList<QByteArray>{"ok\n123", "456", "\nlater\n"} << Lines{"ok"} << true;
+        QTest::newRow("unfinished, over it") << QList<QByteArray>{"1234", "56"} << Lines{} << true;
+    }
+
+    void refusesALineOverItsLimit()
+    {
+        QFETCH(QList<QByteArray>, pieces);
+        QFETCH(Lines, expected);
+        QFETCH(bool, tooLong);
+        SseLineSplitter splitter(5);
+        Lines lines;
+        const auto collect = [&lines](QByteArrayView line) {
+            lines.append(line.toByteArray());
+            return true;
+        };
+        for (const QByteArray& piece : pieces) {
+            splitter.feed(piece, collect);
+        }
+        if (!splitter.lineTooLong()) {
+            splitter.finish(collect);
+        }
+        QCOMPARE(lines, expected);
+        QCOMPARE(splitter.lineTooLong(), tooLong);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestSseLineSplitter)

@@ -6,6 +6,8 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <sys/socket.h>
+
 struct ChatServer::Connection {
     QPointer<QTcpSocket> socket;
     QByteArray received;
@@ -33,6 +35,10 @@ QByteArray reasonPhrase(int status)
         return "Unauthorized";
     case 404:
         return "Not Found";
+    case 305:
+        return "Use Proxy";
+    case 407:
+        return "Proxy Authentication Required";
     case 429:
         return "Too Many Requests";
     case 500:
@@ -51,6 +57,13 @@ ChatResponse ChatResponse::events(const QList<QByteArray>& payloads, const QByte
     for (const QByteArray& payload : payloads) {
         response.pieces.append(Piece{"data: " + payload + lineEnd + lineEnd, 0});
     }
+    return response;
+}
+
+ChatResponse ChatResponse::rawBytes(const QByteArray& bytes)
+{
+    ChatResponse response;
+    response.raw = bytes;
     return response;
 }
 
@@ -221,6 +234,9 @@ void ChatServer::respond(Connection* connection, const ChatResponse& response)
         for (const auto& piece : response.pieces) {
             length += piece.bytes.size();
         }
+        if (response.declaredLength >= 0) {
+            length = response.declaredLength;
+        }
         head += "Content-Length: " + QByteArray::number(length) + "\r\n";
     }
     head += "Connection: close\r\n\r\n";
@@ -271,6 +287,15 @@ void ChatServer::finish(Connection* connection)
         socket->flush();
         socket->abort();
         break;
+    case ChatResponse::Ending::Reset: {
+        // Lingering for no time turns the close into a reset.
+        socket->flush();
+        const linger noLinger{1, 0};
+        ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &noLinger,
+                     sizeof noLinger);
+        socket->abort();
+        break;
+    }
     }
     ++m_completed;
     emit responseCompleted();

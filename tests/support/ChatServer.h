@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QMetaType>
 #include <QObject>
 #include <QPair>
 #include <QString>
@@ -16,6 +17,7 @@ struct ChatResponse {
         Complete, ///< the body ends properly and the connection closes
         Stall,    ///< nothing more is sent; the connection stays open
         Abort,    ///< the connection is cut without ending the body
+        Reset,    ///< the connection is reset (TCP RST) without ending the body
     };
     struct Piece {
         QByteArray bytes;
@@ -27,11 +29,15 @@ struct ChatResponse {
     Framing framing = Framing::Chunked;
     QList<Piece> pieces;
     Ending ending = Ending::Complete;
+    /// The Content-Length announced, when not the length of the pieces (a body cut short).
+    qint64 declaredLength = -1;
     /// When set, written as it is (status line, headers and body) instead of the above.
     QByteArray raw;
 
     /// An event stream: each line is "data: " + payload, ended by `lineEnd`.
     static ChatResponse events(const QList<QByteArray>& payloads, const QByteArray& lineEnd = "\n");
+    /// A status line, headers and body written as they are, to the byte.
+    static ChatResponse rawBytes(const QByteArray& bytes);
     /// An error status with a JSON (or any) body.
     static ChatResponse error(int status, const QByteArray& body);
     /// `body` cut into pieces of `pieceSize` bytes.
@@ -39,6 +45,8 @@ struct ChatResponse {
 
     ChatResponse& piece(const QByteArray& bytes, int delayMs = 0);
 };
+
+Q_DECLARE_METATYPE(ChatResponse)
 
 /// One request the server received.
 struct RecordedRequest {
