@@ -1,0 +1,276 @@
+// The quick panel of the real ravelo process on a desktop: a real X server with a window
+// manager (openbox), the clipboard owned by another client (xclip), `ravelo trigger` from
+// outside, keys typed through XTest and a loopback chat server. What the panel shows is read
+// back from the screen.
+#include "ChatServer.h"
+#include "DesktopSession.h"
+#include "model/PreferenceStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRect>
+#include <QTest>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+QString binary()
+{
+    return qEnvironmentVariable("RAVELO_BINARY");
+}
+
+// The screen as another client sees it.
+class Screen {
+public:
+    Screen()
+        : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data;
+        m_root = screen->root;
+        m_size = QSize(screen->width_in_pixels, screen->height_in_pixels);
+    }
+    ~Screen() { xcb_disconnect(m_connection); }
+
+    // _NET_WORKAREA of the first desktop, in pixels.
+    QRect workArea()
+    {
+        const char name[] = "_NET_WORKAREA";
+        auto* atom = xcb_intern_atom_reply(
+            m_connection, xcb_intern_atom(m_connection, 0, sizeof(name) - 1, name), nullptr);
+        auto* reply = xcb_get_property_reply(m_connection,
+                                             xcb_get_property(m_connection, 0, m_root,
+                                                              atom ? atom->atom : XCB_NONE,
+                                                              XCB_ATOM_CARDINAL, 0, 4),
+                                             nullptr);
+        QRect area(QPoint(0, 0), m_size);
+        if (reply && xcb_get_property_value_length(reply) == 16) {
+            const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(reply));
+            area = QRect(int(v[0]), int(v[1]), int(v[2]), int(v[3]));
+        }
+        std::free(reply);
+        std::free(atom);
+        return area;
+    }
+
+    // Where the panel's card is drawn: the bounds of the pixels in its background colour.
+    QRect card()
+    {
+        auto* image = xcb_get_image_reply(m_connection,
+                                          xcb_get_image(m_connection, XCB_IMAGE_FORMAT_Z_PIXMAP,
+                                                        m_root, 0, 0, uint16_t(m_size.width()),
+                                                        uint16_t(m_size.height()), ~0u),
+                                          nullptr);
+        QRect bounds;
+        if (image && xcb_get_image_data_length(image) == m_size.width() * m_size.height() * 4) {
+            const auto* pixels = reinterpret_cast<const uint32_t*>(xcb_get_image_data(image));
+            int left = m_size.width(), right = -1, top = m_size.height(), bottom = -1;
+            for (int y = 0; y < m_size.height(); ++y) {
+                for (int x = 0; x < m_size.width(); ++x) {
+                    if ((pixels[y * m_size.width() + x] & 0xffffff) == cardBackground) {
+                        left = std::min(left, x);
+                        right = std::max(right, x);
+                        top = std::min(top, y);
+                        bottom = std::max(bottom, y);
+                    }
+                }
+            }
+            if (right >= 0) {
+                bounds = QRect(QPoint(left, top), QPoint(right, bottom));
+            }
+        }
+        std::free(image);
+        return bounds;
+    }
+
+private:
+    // The card's background, sRGB (0.243, 0.247, 0.251).
+    static constexpr uint32_t cardBackground = 0x3e3f40;
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_root = XCB_NONE;
+    QSize m_size;
+};
+
+} // namespace
+
+class TestPanelProcess : public QObject {
+    Q_OBJECT
+
+private:
+    DesktopSession m_desktop;
+    std::unique_ptr<ChatServer> m_server;
+    std::unique_ptr<QProcess> m_app;
+    QByteArray m_appLog;
+
+    struct Result {
+        int exitCode = -1;
+        QByteArray err;
+    };
+
+    // A short command, while this process's event loop keeps serving the clipboard.
+    Result run(const QStringList& arguments)
+    {
+        QProcess process;
+        process.start(binary(), arguments);
+        if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; },
+                             15000)) {
+            process.kill();
+            process.waitForFinished();
+            return {};
+        }
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardError()};
+    }
+
+    bool appLogged(const char* text)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                m_appLog += m_app->readAllStandardError();
+                return m_appLog.contains(text);
+            },
+            10000);
+    }
+
+    void startApp(const QString& scaleFactor = QString())
+    {
+        m_appLog.clear();
+        m_app = std::make_unique<QProcess>();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true"));
+        if (!scaleFactor.isEmpty()) {
+            environment.insert(QStringLiteral("QT_SCALE_FACTOR"), scaleFactor);
+        }
+        m_app->setProcessEnvironment(environment);
+        m_app->start(binary(), {});
+        QVERIFY(m_app->waitForStarted());
+        QVERIFY2(appLogged("Listening on"), m_appLog.constData());
+    }
+
+    QString sentUserText(int request) const
+    {
+        return QJsonDocument::fromJson(m_server->requests().at(request).body)
+            .object()
+            .value(QLatin1String("messages"))
+            .toArray()
+            .at(1)
+            .toObject()
+            .value(QLatin1String("content"))
+            .toString();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(QFileInfo(binary()).isExecutable());
+        QVERIFY(m_desktop.startWindowManager());
+        m_server = std::make_unique<ChatServer>();
+        const QString path =
+            qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Ravelo/Ravelo.conf");
+        QFile::remove(path);
+        PreferenceStore preferences(path);
+        preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+        preferences.setBoolean(Preferences::useDoubleCopy, false);
+        preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
+        preferences.setString(Preferences::baseUrl, m_server->baseUrl());
+    }
+
+    void cleanup()
+    {
+        if (m_app && m_app->state() != QProcess::NotRunning) {
+            m_app->terminate();
+            if (!m_app->waitForFinished(5000)) {
+                m_app->kill();
+                m_app->waitForFinished();
+            }
+        }
+        m_app.reset();
+    }
+
+    void aHugeCopyOpensThePanelAndIsSentWhole()
+    {
+        startApp();
+        const QString line = QStringLiteral("0123456789 abcdefghij ").repeated(4) + u'\n';
+        const QString text = line.repeated(20'000'000 / line.size());
+        QVERIFY(DesktopSession::copyInOtherApplication(text));
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QVERIFY2(appLogged(QByteArray("Panel requested for " + QByteArray::number(text.size()) +
+                                      " characters")
+                               .constData()),
+                 m_appLog.right(2000).constData());
+        Screen screen;
+        QTRY_VERIFY_WITH_TIMEOUT(screen.card().isValid(), 10000);
+        // The instance still answers while the panel shows the copy.
+        const Result again = run({QStringLiteral("trigger")});
+        QCOMPARE(again.exitCode, 0);
+        QCOMPARE(again.err, QByteArray());
+
+        m_server->enqueue(
+            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
+        QVERIFY(DesktopSession::key(QStringLiteral("1")));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_server->requests().isEmpty(), 15000);
+        QCOMPARE(sentUserText(0).size(), text.size());
+        QVERIFY(sentUserText(0) == text);
+    }
+
+    void fitsTheWorkArea_data()
+    {
+        QTest::addColumn<QString>("scale");
+        QTest::addColumn<int>("lines");
+        QTest::newRow("one line") << QStringLiteral("1") << 1;
+        QTest::newRow("10,000 lines") << QStringLiteral("1") << 10000;
+        QTest::newRow("10,000 lines at scale 2") << QStringLiteral("2") << 10000;
+        QTest::newRow("40 lines at scale 2") << QStringLiteral("2") << 40;
+    }
+
+    void fitsTheWorkArea()
+    {
+        QFETCH(QString, scale);
+        QFETCH(int, lines);
+        startApp(scale);
+        QString text;
+        for (int i = 1; i <= lines; ++i) {
+            text += QStringLiteral("Line %1 of the copied text\n").arg(i);
+        }
+        QVERIFY(DesktopSession::copyInOtherApplication(text.trimmed()));
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+
+        Screen screen;
+        const QRect area = screen.workArea();
+        const int s = scale.toInt();
+        // The panel is the card and, 12 below it, the 28 high round buttons; it sits 100 above
+        // the middle of the work area, unless that would put part of it outside.
+        const auto placed = [&] {
+            const QRect card = screen.card();
+            if (!card.isValid()) {
+                return false;
+            }
+            const QRect panel = card.adjusted(0, 0, 0, 40 * s);
+            const int centre = area.center().y() - 100 * s;
+            const int wanted =
+                std::clamp(centre - panel.height() / 2, area.top(), area.bottom() - panel.height());
+            return area.contains(panel) && std::abs(panel.top() - wanted) <= 3 * s &&
+                   std::abs(panel.center().x() - area.center().x()) <= 2 * s;
+        };
+        QTRY_VERIFY2_WITH_TIMEOUT(placed(),
+                                  qPrintable(QStringLiteral("card at %1,%2 %3x%4")
+                                                 .arg(screen.card().x())
+                                                 .arg(screen.card().y())
+                                                 .arg(screen.card().width())
+                                                 .arg(screen.card().height())),
+                                  10000);
+    }
+};
+
+QTEST_MAIN(TestPanelProcess)
+#include "tst_panelprocess.moc"
