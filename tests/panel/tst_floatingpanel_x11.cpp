@@ -159,7 +159,6 @@ private slots:
     void takesTheFocusFromAnotherApplication();
     void routesTypedKeys();
     void shadowMarginFollowsTheCompositor();
-    void showsAgainWithNoFieldBeingEdited();
     void cardGrowsInsideAStillWindow();
     void marginLetsClicksThrough();
     void preferencesComeOverThePanel();
@@ -333,28 +332,6 @@ void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
     QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
     QTRY_COMPARE(f->panel->width(), 544);
     QVERIFY(!f->panel->mask().isEmpty());
-}
-
-void TestFloatingPanelX11::showsAgainWithNoFieldBeingEdited()
-{
-    QVERIFY(f->showAndFocus());
-    QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("Return")}));
-    QTRY_COMPARE(m_enters, 1);
-    f->state->setShowCustomPromptInput(true);
-    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
-    // Closed with the field open, as the close button or copy-and-close do.
-    f->panel->close();
-    QTRY_VERIFY(!f->panel->isVisible());
-
-    QVERIFY(f->showAndFocus());
-    QTRY_COMPARE(m_x.activeWindow(), panelWindow());
-    // A key typed right after the window manager focused the panel is now and then lost on
-    // the way: type again until one arrives.
-    QTRY_VERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("2")}) &&
-                (!m_numbers.isEmpty() || !f->state->customPromptText().isEmpty()));
-    QCOMPARE(m_numbers.value(0), 2);
-    QCOMPARE(f->state->customPromptText(), QString());
-    QVERIFY(!f->item("customField")->hasActiveFocus());
 }
 
 void TestFloatingPanelX11::cardGrowsInsideAStillWindow()
