@@ -10,7 +10,7 @@ RAVELO_PACKAGES=(
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
     qml6-module-qtquick-window qml6-module-qtquick-templates qml6-module-qtqml-workerscript
     qml6-module-qttest qml6-module-qtquick-dialogs
-    libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xfixes0-dev
+    libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xfixes0-dev libxcb-shape0-dev
     libxkbcommon-dev libxkbcommon-x11-dev libxtst-dev
     xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer
     # checking the installed layout and the Debian package

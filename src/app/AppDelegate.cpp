@@ -262,6 +262,10 @@ void AppDelegate::openSettings()
         m_settingsWindow = new SettingsWindow(qmlEngine(), this);
         m_settingsWindow->setAccessibilityTrust(m_accessibility.get());
     }
+    if (m_panel) {
+        // The panel stays open, but the preferences come over it.
+        m_panel->stepBack();
+    }
     m_settingsWindow->open();
 }
 

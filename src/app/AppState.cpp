@@ -61,6 +61,7 @@ void AppState::setClipboardText(const QString& text)
         return;
     }
     m_clipboardText = text;
+    m_clipboardPreview = TextPreview::of(text);
     emit clipboardTextChanged();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/Prompt.h"
+#include "panel/TextPreview.h"
 
 #include <QObject>
 #include <QString>
@@ -22,6 +23,10 @@ class AppState : public QObject {
     Q_MOC_INCLUDE("model/PreferenceStore.h")
     Q_PROPERTY(
         QString clipboardText READ clipboardText WRITE setClipboardText NOTIFY clipboardTextChanged)
+    /// The start of `clipboardText`, short enough for the panel to lay out at once.
+    Q_PROPERTY(QString clipboardPreview READ clipboardPreview NOTIFY clipboardTextChanged)
+    /// How many characters of `clipboardText` the preview leaves out.
+    Q_PROPERTY(qint64 clipboardLeftOut READ clipboardLeftOut NOTIFY clipboardTextChanged)
     Q_PROPERTY(QString resultText READ resultText WRITE setResultText NOTIFY resultTextChanged)
     Q_PROPERTY(bool isLoading READ isLoading WRITE setIsLoading NOTIFY isLoadingChanged)
     Q_PROPERTY(bool showCustomPromptInput READ showCustomPromptInput WRITE setShowCustomPromptInput
@@ -46,6 +51,8 @@ public:
 
     QString clipboardText() const { return m_clipboardText; }
     void setClipboardText(const QString& text);
+    QString clipboardPreview() const { return m_clipboardPreview.text; }
+    qint64 clipboardLeftOut() const { return m_clipboardPreview.leftOut; }
 
     QString resultText() const { return m_resultText; }
     void setResultText(const QString& text);
@@ -87,6 +94,7 @@ signals:
 private:
     PreferenceStore* m_preferences;
     QString m_clipboardText;
+    TextPreview m_clipboardPreview;
     QString m_resultText;
     bool m_isLoading = false;
     bool m_showCustomPromptInput = false;

@@ -84,10 +84,11 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
     setFormat(surface);
     setColor(Qt::transparent);
 
-    m_margin = m_support->isCompositing() ? shadowMargin : 0;
+    m_margin = m_topMargin = m_support->isCompositing() ? shadowMargin : 0;
     QQmlComponent component(engine, QUrl(QStringLiteral("qrc:/Ravelo/FloatingPanelView.qml")));
     QObject* object = component.createWithInitialProperties(
         {{QStringLiteral("margin"), m_margin},
+         {QStringLiteral("topMargin"), m_margin},
          {QStringLiteral("shadowsVisible"), m_support->isCompositing()}});
     m_view = qobject_cast<QQuickItem*>(object);
     if (!m_view) {
@@ -104,6 +105,13 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
     connect(m_view, SIGNAL(openPreferences()), this, SIGNAL(openPreferencesRequested()));
     connect(m_view, &QQuickItem::implicitWidthChanged, this, &FloatingPanel::fitToView);
     connect(m_view, &QQuickItem::implicitHeightChanged, this, &FloatingPanel::fitToView);
+    // The card grows and shrinks inside the window, and the buttons move with its bottom.
+    for (const char* name : {"panelCard", "controlButtons"}) {
+        if (auto* item = m_view->findChild<QQuickItem*>(QLatin1String(name))) {
+            connect(item, &QQuickItem::heightChanged, this, &FloatingPanel::updateShape);
+            connect(item, &QQuickItem::yChanged, this, &FloatingPanel::updateShape);
+        }
+    }
     connect(m_support.get(), &PanelWindowSupport::compositingChanged, this,
             &FloatingPanel::applyCompositing);
     connect(this, &QWindow::activeChanged, this, [this] {
@@ -143,14 +151,21 @@ void FloatingPanel::centerAndShow()
     if (screen != this->screen()) {
         setScreen(screen);
     }
-    fitToView();
     const QRect area = screen->availableGeometry();
-    const QSize extent = size();
-    const int x = qRound(area.x() + area.width() / 2.0 - extent.width() / 2.0);
-    const int y = qRound(area.y() + area.height() / 2.0 - extent.height() / 2.0 - placementLift);
-    setGeometry(x, y, extent.width(), extent.height());
+    if (m_view) {
+        m_view->setProperty("availableHeight", area.height());
+        QMetaObject::invokeMethod(m_view, "resetScrolling");
+    }
+    fitToView();
+    // The window is as tall as the panel can grow; the panel itself is placed by the height
+    // it takes once the new text is in, and kept wholly inside the work area.
+    const qreal panelHeight = m_view ? m_view->property("settledHeight").toReal() : height();
+    qreal top = area.y() + area.height() / 2.0 - panelHeight / 2.0 - placementLift;
+    top = std::max<qreal>(area.y(), std::min(top, area.y() + area.height() - panelHeight));
+    placeCard(area, qRound(top));
 
     m_support->prepareToMap(this);
+    m_support->setKeptAbove(this, true);
     show();
     if (QGuiApplication::platformName() != u"offscreen") {
         raise();
@@ -161,6 +176,13 @@ void FloatingPanel::centerAndShow()
         m_support->activate(this);
     }
     focusContent();
+}
+
+void FloatingPanel::stepBack()
+{
+    if (isVisible()) {
+        m_support->setKeptAbove(this, false);
+    }
 }
 
 bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
@@ -270,15 +292,29 @@ void FloatingPanel::applyCompositing()
     if (!m_view || margin == m_margin) {
         return;
     }
-    const int shift = margin - m_margin;
+    const int cardTop = y() + m_topMargin;
     m_margin = margin;
-    if (isVisible()) {
-        // The card stays where it is on the screen; the window grows or shrinks around it.
-        setPosition(x() - shift, y() - shift);
-    }
     m_view->setProperty("shadowsVisible", m_support->isCompositing());
     m_view->setProperty("margin", margin);
+    if (isVisible() && screen()) {
+        // The card stays where it is on the screen; the window grows or shrinks around it.
+        placeCard(screen()->availableGeometry(), cardTop);
+    } else {
+        fitToView();
+    }
+}
+
+void FloatingPanel::placeCard(const QRect& area, int cardTop)
+{
+    // Window managers keep a window's top edge inside the work area, so the margin above
+    // the card is only as tall as the space there.
+    m_topMargin = std::clamp(cardTop - area.y(), 0, m_margin);
+    if (m_view) {
+        m_view->setProperty("topMargin", m_topMargin);
+    }
     fitToView();
+    const int x = qRound(area.x() + area.width() / 2.0 - width() / 2.0);
+    setGeometry(x, cardTop - m_topMargin, width(), height());
 }
 
 void FloatingPanel::fitToView()
@@ -297,30 +333,55 @@ void FloatingPanel::fitToView()
             resize(width, height);
         }
     }
-    updateMask();
+    updateShape();
 }
 
-void FloatingPanel::updateMask()
+QRegion FloatingPanel::inputRegion() const
 {
-    if (m_margin > 0) {
-        if (!mask().isEmpty()) {
-            setMask(QRegion());
-        }
-        return;
-    }
-    // Without a compositor transparent pixels would show black: cut the window to the card
-    // and the two round buttons.
     QPainterPath card;
     card.addRoundedRect(cardGeometry(), cardCornerRadius, cardCornerRadius);
     QRegion region(card.toFillPolygon().toPolygon());
     for (const char* name : {"closeButton", "preferencesButton"}) {
         region += QRegion(itemRect(m_view, name).toAlignedRect(), QRegion::Ellipse);
     }
-    setMask(region);
+    return region;
+}
+
+void FloatingPanel::updateShape()
+{
+    if (!m_view) {
+        return;
+    }
+    const QRegion region = inputRegion();
+    if (m_margin > 0) {
+        // The shadows are drawn in the margin, but clicks there belong to the windows below.
+        if (!mask().isEmpty()) {
+            setMask(QRegion());
+        }
+        if (region != m_inputRegion) {
+            m_inputRegion = region;
+            m_support->setInputRegion(this, region);
+        }
+        return;
+    }
+    // Without a compositor transparent pixels would show black: cut the window to the card
+    // and the two round buttons.
+    if (!m_inputRegion.isEmpty()) {
+        m_inputRegion = QRegion();
+        m_support->setInputRegion(this, QRegion());
+    }
+    if (region != mask()) {
+        setMask(region);
+    }
 }
 
 void FloatingPanel::focusContent()
 {
+    // A field that had the focus when the panel was last closed keeps it within the view
+    // and would take it back as soon as the window is active again.
+    if (QQuickItem* inner = m_view ? m_view->scopedFocusItem() : nullptr) {
+        inner->setFocus(false);
+    }
     if (QQuickItem* focused = activeFocusItem(); focused && focused != contentItem()) {
         focused->setFocus(false);
     }

@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QRegion>
 
 #include <functional>
 #include <memory>
@@ -37,8 +38,12 @@ public:
     std::function<bool()> onEscPressed;
 
     /// Places the panel centred on the screen under the pointer, its centre 100 px above the
-    /// middle of the available area, shows it and takes the keyboard focus.
+    /// middle of the available area and wholly inside it, shows it and takes the keyboard
+    /// focus with no text field being edited. The strip and the answer start at their
+    /// beginnings.
     void centerAndShow();
+    /// Lets the application's other windows come over the panel until it is shown again.
+    void stepBack();
 
     /// The FloatingPanelView item.
     QQuickItem* view() const { return m_view; }
@@ -46,6 +51,9 @@ public:
     bool hasShadowMargin() const { return m_margin > 0; }
     /// Where the card is, in window coordinates.
     QRectF cardGeometry() const;
+    /// The card and the two round buttons under it, in window coordinates: where the panel
+    /// takes clicks.
+    QRegion inputRegion() const;
 
     /// Applies the key rules to one key press; true when the key was consumed.
     bool routeKeyDown(const QKeyEvent& event);
@@ -68,13 +76,16 @@ private slots:
 
 private:
     void applyCompositing();
+    void placeCard(const QRect& area, int cardTop);
     void fitToView();
-    void updateMask();
+    void updateShape();
     void focusContent();
 
     std::unique_ptr<PanelWindowSupport> m_support;
     QPointer<QQuickItem> m_view;
     int m_margin = 0;
+    int m_topMargin = 0;
+    QRegion m_inputRegion;
     bool m_activationPending = false;
     int m_activationAttempts = 0;
 };

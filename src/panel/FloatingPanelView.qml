@@ -9,12 +9,36 @@ import Ravelo
 FocusScope {
     id: root
 
-    // Transparent space on every side, where the window's shadows fall.
+    // Transparent space on every side, where the window's shadows fall; less above the card
+    // when it sits close to the top of the screen.
     property int margin: 200
+    property int topMargin: margin
     property bool shadowsVisible: true
+    // The height of the screen's work area, set by the window: the two text boxes give up
+    // height so that the whole panel fits.
+    property real availableHeight: 1e6
     // The displayed height of the clipboard box; the answer box is as tall, but never
     // below 80.
     readonly property real inputHeight: clipboardBox.height
+    // Everything but the two text boxes, from the card's top to the buttons' bottom.
+    readonly property real chromeHeight: clipboardSection.topPadding
+                                         + clipboardSection.bottomPadding
+                                         + (inputCaption.visible ? inputCaption.height
+                                                                   + clipboardSection.spacing : 0)
+                                         + stripBand.height + resultSection.topPadding
+                                         + resultSection.bottomPadding + resultSection.headerHeight
+                                         + resultSection.spacing + copyRow.height
+                                         + content.spacing + controlButtons.height
+    readonly property real clipboardMaxHeight: {
+        const free = availableHeight - chromeHeight
+        const height = free / 2 >= 80 ? free / 2 : free - 80
+        return Math.max(24, Math.min(250, Math.floor(height)))
+    }
+    // The panel's height (without the margins) once the clipboard box has reached the height
+    // of its content, and at the largest the boxes may take.
+    readonly property real settledHeight: heightFor(Math.min(clipboardBox.measuredHeight,
+                                                             clipboardMaxHeight))
+    readonly property real fullHeight: heightFor(clipboardMaxHeight)
     readonly property alias usageCount: usage.count
     readonly property bool showCaptions: usage.count < 10
 
@@ -23,8 +47,21 @@ FocusScope {
     signal close
     signal openPreferences
 
-    implicitWidth: content.implicitWidth + 2 * margin
-    implicitHeight: content.implicitHeight + 2 * margin
+    implicitWidth: card.width + 2 * margin
+    // The window keeps the largest height; the card grows and shrinks inside it.
+    implicitHeight: topMargin + Math.ceil(fullHeight) + margin
+
+    function heightFor(inputHeight) {
+        return chromeHeight + inputHeight + Math.max(80, inputHeight)
+    }
+
+    // Back to the start of the prompt strip and to an answer box that follows the answer.
+    function resetScrolling() {
+        stripScroll.stop()
+        promptStrip.contentX = 0
+        answerFlick.contentY = 0
+        answerFlick.following = true
+    }
 
     // The trimmed custom prompt goes out, then the field is dismissed; a blank one is
     // ignored and the field stays as it is.
@@ -89,11 +126,12 @@ FocusScope {
                 answerFeed.appending = false
                 return
             }
+            answerFlick.following = true
             answerText.reset(AppState.resultText)
         }
 
         function onClipboardTextChanged() {
-            clipboardText.reset(AppState.clipboardText)
+            clipboardText.reset(AppState.clipboardPreview)
         }
     }
 
@@ -121,7 +159,7 @@ FocusScope {
         id: content
 
         x: root.margin
-        y: root.margin
+        y: root.topMargin
         spacing: 12
 
         Item {
@@ -175,6 +213,8 @@ FocusScope {
                     spacing: root.showCaptions ? 6 : 0
 
                     Text {
+                        id: inputCaption
+
                         visible: root.showCaptions
                         text: "input"
                         color: PanelPalette.captionText
@@ -188,15 +228,38 @@ FocusScope {
 
                         objectName: "clipboardBox"
                         width: parent.width - 64
-                        maxHeight: 250
+                        maxHeight: root.clipboardMaxHeight
 
+                        // A long copy shows its start only; the request still carries all of it.
                         PanelText {
                             id: clipboardText
 
                             objectName: "clipboardText"
                             width: parent.width
                             placeholder: "No text on clipboard"
-                            Component.onCompleted: reset(AppState.clipboardText)
+                            Component.onCompleted: reset(AppState.clipboardPreview)
+                        }
+
+                        Item {
+                            y: clipboardText.height
+                            width: parent.width
+                            height: clipboardMore.visible ? clipboardMore.height + 6 : 0
+
+                            Text {
+                                id: clipboardMore
+
+                                objectName: "clipboardMore"
+                                y: 6
+                                width: parent.width
+                                visible: AppState.clipboardLeftOut > 0
+                                text: "\u2026 and " + Number(AppState.clipboardLeftOut).toLocaleString(
+                                      Qt.locale("en_US"), "f", 0) + " more character"
+                                  + (AppState.clipboardLeftOut === 1 ? "" : "s")
+                                wrapMode: Text.Wrap
+                                color: PanelPalette.placeholderText
+                                font.family: PanelPalette.family
+                                font.pixelSize: 14
+                            }
                         }
                     }
                 }
@@ -215,14 +278,19 @@ FocusScope {
                             height: 25
                             color: PanelPalette.panelBackground
                         }
+                        // One device pixel high, so that it covers exactly one row of pixels
+                        // wherever the growing clipboard box puts it.
                         Rectangle {
+                            id: hairline
+
+                            objectName: "stripHairline"
                             width: parent.width
-                            height: 0.5
+                            height: 1 / Screen.devicePixelRatio
                             color: PanelPalette.stripDivider
                         }
                         Rectangle {
                             width: parent.width
-                            height: 24.5
+                            height: 25 - hairline.height
                             gradient: Gradient {
                                 GradientStop {
                                     position: 0
@@ -305,6 +373,22 @@ FocusScope {
                                 tip: "Press Enter \u2014 Custom prompt"
                                 onClicked: AppState.showCustomPromptInput = true
                             }
+                        }
+                    }
+
+                    // The ordinary wheel turns the strip sideways; clicks go through to the chips.
+                    MouseArea {
+                        anchors.fill: promptStrip
+                        visible: promptStrip.visible
+                        acceptedButtons: Qt.NoButton
+                        onWheel: wheel => {
+                            const dy = wheel.angleDelta.y
+                            const dx = wheel.angleDelta.x
+                            const step = Math.abs(dy) >= Math.abs(dx) ? dy : dx
+                            const end = Math.max(0, promptStrip.contentWidth - promptStrip.width)
+                            stripScroll.stop()
+                            promptStrip.contentX = Math.max(0, Math.min(end,
+                                                                        promptStrip.contentX - step))
                         }
                     }
 
@@ -396,6 +480,10 @@ FocusScope {
 
                     readonly property bool hasCustomPrompt: AppState.lastCustomPromptText !== null
                                                             && AppState.lastCustomPromptText !== undefined
+                    readonly property real headerHeight: saveButton.visible
+                                                         ? saveButton.height + spacing
+                                                         : outputCaption.visible
+                                                           ? outputCaption.height + spacing : 0
 
                     AbstractButton {
                         id: saveButton
@@ -421,6 +509,8 @@ FocusScope {
                     }
 
                     Text {
+                        id: outputCaption
+
                         objectName: "outputCaption"
                         visible: !resultSection.hasCustomPrompt && root.showCaptions
                         text: "output"
@@ -441,6 +531,27 @@ FocusScope {
 
                         Flickable {
                             id: answerFlick
+
+                            objectName: "answerFlick"
+                            // Keeps the end of a growing answer in view until the user scrolls
+                            // away from it; scrolling back to the end follows again.
+                            property bool following: true
+                            property bool movingToEnd: false
+
+                            function showEnd() {
+                                if (!following || contentHeight <= height)
+                                    return
+                                movingToEnd = true
+                                contentY = contentHeight - height
+                                movingToEnd = false
+                            }
+
+                            onContentHeightChanged: showEnd()
+                            onHeightChanged: showEnd()
+                            onContentYChanged: {
+                                if (!movingToEnd)
+                                    following = contentY >= contentHeight - height - 1
+                            }
 
                             anchors.fill: parent
                             visible: !answerBox.thinking
@@ -487,6 +598,8 @@ FocusScope {
                     }
 
                     Item {
+                        id: copyRow
+
                         width: copyButton.implicitWidth
                         height: copyButton.implicitHeight + 6
 

@@ -1,8 +1,8 @@
 import QtQuick
 import QtQuick.Controls.Basic
 
-// A thin overlay scroll bar for the panel's dark card, shown while there is something to
-// scroll.
+// A thin overlay scroll bar for the panel's dark card, shown faintly whenever there is
+// something to scroll and brighter while in use.
 ScrollBar {
     id: bar
 
@@ -13,14 +13,16 @@ ScrollBar {
     contentItem: Rectangle {
         implicitWidth: 6
         radius: 3
-        color: Qt.rgba(1, 1, 1, bar.pressed ? 0.5 : 0.35)
-        opacity: bar.active || bar.hovered ? 1 : 0
+        color: Qt.rgba(1, 1, 1, bar.pressed ? 0.5 : bar.active || bar.hovered ? 0.35 : 0.2)
+        opacity: bar.size < 1 ? 1 : 0
 
-        Behavior on opacity {
-            NumberAnimation {
+        Behavior on color {
+            ColorAnimation {
                 duration: 200
             }
         }
     }
+    states: []
+    transitions: []
     background: Item {}
 }

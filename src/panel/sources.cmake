@@ -4,6 +4,7 @@ list(APPEND RAVELO_SOURCES
     panel/PanelClipboard.cpp panel/PanelClipboard.h
     panel/PanelShadow.cpp panel/PanelShadow.h
     panel/StreamingText.cpp panel/StreamingText.h
+    panel/TextPreview.cpp panel/TextPreview.h
 )
 # The QML files sit at the module's root (qrc:/Ravelo/), next to its qmldir, so that they
 # see the module's singletons rather than an implicit import of their own folder.
@@ -20,5 +21,6 @@ file(GLOB _panel_icons CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/icons/*.svg)
 list(APPEND RAVELO_RESOURCES ${_panel_icons})
 # The panel follows the compositing manager's selection through XFixes.
-pkg_check_modules(RAVELO_XFIXES REQUIRED IMPORTED_TARGET xcb-xfixes)
+# and limits where it takes clicks through the shape extension.
+pkg_check_modules(RAVELO_XFIXES REQUIRED IMPORTED_TARGET xcb-xfixes xcb-shape)
 list(APPEND RAVELO_LIBS PkgConfig::RAVELO_XFIXES)

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+class QRegion;
 class QWindow;
 
 /// What the quick panel needs from the window system beyond Qt's window flags: showing on
@@ -26,6 +27,11 @@ public:
     virtual void prepareToMap(QWindow* window) = 0;
     /// Gives the mapped window the keyboard focus, even when another application holds it.
     virtual void activate(QWindow* window) = 0;
+    /// Keeps the window above ordinary windows, or lets them come over it.
+    virtual void setKeptAbove(QWindow* window, bool above) = 0;
+    /// Where the window takes clicks, in its own coordinates; elsewhere they reach the
+    /// windows below. An empty region takes them everywhere.
+    virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
 
 signals:
     void compositingChanged();

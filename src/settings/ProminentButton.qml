@@ -7,6 +7,8 @@ Button {
     id: control
 
     readonly property color accent: palette.highlight
+    // Faded while disabled, so that it does not read as a plain button that can be pressed.
+    opacity: enabled ? 1 : 0.45
 
     icon.color: enabled ? palette.highlightedText : palette.buttonText
 

@@ -19,6 +19,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QQmlProperty>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -260,6 +261,34 @@ private slots:
 
         QVERIFY(key(QStringLiteral("Escape")));
         QTRY_VERIFY(!panel()->isVisible());
+    }
+
+    void preferencesFromThePanelComeOverIt()
+    {
+        QVERIFY(copyInOtherApplication(QStringLiteral("Some text")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QVERIFY(DesktopSession::click(
+            panel()->view()->findChild<QQuickItem*>(QStringLiteral("preferencesButton"))));
+        QTRY_VERIFY(m_delegate->settingsWindow() && m_delegate->settingsWindow()->isVisible());
+        const QString preferences =
+            QString::number(m_delegate->settingsWindow()->window()->winId());
+        const QString quickPanel = QString::number(panel()->winId());
+        // Bottom to top, as the window manager stacks them.
+        const auto stacking = [] {
+            QProcess xprop;
+            xprop.start(QStringLiteral("xprop"),
+                        {QStringLiteral("-root"), QStringLiteral("_NET_CLIENT_LIST_STACKING")});
+            xprop.waitForFinished();
+            QStringList windows;
+            const QString out = QString::fromLatin1(xprop.readAllStandardOutput());
+            for (const QString& id : out.section(u'#', 1).split(u',', Qt::SkipEmptyParts)) {
+                windows << QString::number(id.trimmed().toULongLong(nullptr, 16));
+            }
+            return windows;
+        };
+        QTRY_VERIFY(stacking().indexOf(preferences) > stacking().indexOf(quickPanel));
+        QVERIFY(panel()->isVisible());
+        m_delegate->settingsWindow()->window()->close();
     }
 
     void customPromptSavedAsFourthAction()

@@ -26,7 +26,9 @@ private slots:
     void copyShortcutCopiesASelectionNormally();
     void escClosesAndTheNextShowPlacesAnew();
     void placesAboveTheMiddleOfTheScreen();
-    void keepsItsTopEdgeWhenItGrows();
+    void showsTheStartOfALongCopy_data();
+    void showsTheStartOfALongCopy();
+    void cutOffTextShowsItsScrollIndicator();
     void forwardsTheViewsChoices();
     void submitsTrimmedCustomPrompts_data();
     void submitsTrimmedCustomPrompts();
@@ -287,31 +289,87 @@ void TestFloatingPanel::escClosesAndTheNextShowPlacesAnew()
 
 void TestFloatingPanel::placesAboveTheMiddleOfTheScreen()
 {
+    // A text taller than the last one: the panel is placed by the height it is about to take.
+    f->panel->close();
+    f->state->setClipboardText(QStringLiteral("A line of copied text\n").repeated(4));
+    QVERIFY(f->showAndFocus());
+    const QRect window = f->panel->geometry();
+    QTRY_COMPARE(f->item("clipboardBox")->height(),
+                 f->item("clipboardBox")->property("measuredHeight").toReal());
+    QTRY_VERIFY(qAbs(f->panel->inputRegion().boundingRect().height() -
+                     f->panel->view()->property("settledHeight").toReal()) <= 1);
     const QRect area = f->panel->screen()->availableGeometry();
-    const QRect frame = f->panel->geometry();
-    QCOMPARE(frame.size(), QSize(qCeil(f->panel->view()->implicitWidth()),
-                                 qCeil(f->panel->view()->implicitHeight())));
-    QVERIFY(qAbs(frame.x() + frame.width() / 2.0 - (area.x() + area.width() / 2.0)) <= 1);
-    QVERIFY(qAbs(frame.y() + frame.height() / 2.0 - (area.y() + area.height() / 2.0 - 100)) <= 1);
-    // The card and its buttons sit in the middle of the shadow margin.
+    const QRect panel = f->panel->inputRegion().boundingRect().translated(window.topLeft());
+    QVERIFY(qAbs(panel.center().x() - area.center().x()) <= 1);
+    QVERIFY2(
+        qAbs(panel.top() + panel.height() / 2.0 - (area.y() + area.height() / 2.0 - 100)) <= 1,
+        qPrintable(QStringLiteral("panel at %1, height %2").arg(panel.top()).arg(panel.height())));
+    QCOMPARE(f->panel->geometry(), window);
+    // The card and its buttons sit in the middle of the shadow margin, which is cut short
+    // above when the card is close to the top of the screen.
     const QRectF card = f->panel->cardGeometry();
-    QCOMPARE(card.topLeft(), QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
+    QCOMPARE(card.left(), qreal(FloatingPanel::shadowMargin));
+    QCOMPARE(card.top(), std::min<qreal>(FloatingPanel::shadowMargin, panel.top() - area.top()));
     QCOMPARE(card.width(), 544.0);
 }
 
-void TestFloatingPanel::keepsItsTopEdgeWhenItGrows()
+void TestFloatingPanel::showsTheStartOfALongCopy_data()
 {
-    const QRect before = f->panel->geometry();
-    f->state->setClipboardText(QStringLiteral("A long line of copied text. ").repeated(40));
+    QTest::addColumn<QString>("copied");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("more");
+    QTest::newRow("short") << QStringLiteral("Short") << QStringLiteral("Short") << QString();
+    const QString letters = QString(20'000'000, u'x');
+    QTest::newRow("20 MB") << letters << letters.left(4000)
+                           << QStringLiteral("\u2026 and 19,996,000 more characters");
+    const QString lines = QStringLiteral("line\n").repeated(300);
+    QTest::newRow("300 lines") << lines << lines.left(199 * 5 + 4)
+                               << QStringLiteral("\u2026 and 501 more characters");
+    // An emoji across the cut is left out whole.
+    const QString emoji = QString(3999, u'a') + QStringLiteral("\U0001F600b");
+    QTest::newRow("surrogate pair at the cut")
+        << emoji << emoji.left(3999) << QStringLiteral("\u2026 and 3 more characters");
+    QTest::newRow("one more") << QString(4001, u'z') << QString(4000, u'z')
+                              << QStringLiteral("\u2026 and 1 more character");
+}
+
+void TestFloatingPanel::showsTheStartOfALongCopy()
+{
+    QFETCH(QString, copied);
+    QFETCH(QString, shown);
+    QFETCH(QString, more);
+    f->state->setClipboardText(copied);
+    QCOMPARE(f->state->clipboardText().size(), copied.size());
+    QCOMPARE(f->item("clipboardText")->property("text").toString(), shown);
+    QQuickItem* moreLine = f->item("clipboardMore");
+    QCOMPARE(moreLine->isVisible(), !more.isEmpty());
+    if (!more.isEmpty()) {
+        QCOMPARE(moreLine->property("text").toString(), more);
+    }
+}
+
+void TestFloatingPanel::cutOffTextShowsItsScrollIndicator()
+{
+    const auto indicator = [this](const char* box) {
+        QQuickItem* bar = nullptr;
+        for (auto* item : f->item(box)->findChildren<QQuickItem*>()) {
+            if (item->inherits("QQuickScrollBar")) {
+                bar = item;
+            }
+        }
+        auto* handle = bar ? bar->property("contentItem").value<QQuickItem*>() : nullptr;
+        return handle && bar->isVisible() && handle->isVisible() && handle->opacity() > 0 &&
+               handle->height() > 0;
+    };
+    QTRY_COMPARE(f->item("clipboardBox")->height(),
+                 f->item("clipboardBox")->property("measuredHeight").toReal());
+    QVERIFY(!indicator("clipboardBox"));
+    QVERIFY(!indicator("answerBox"));
+    f->state->setClipboardText(QStringLiteral("A line of copied text\n").repeated(30));
+    f->state->setResultText(QStringLiteral("A line of the answer\n").repeated(30));
     QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
-    QTRY_VERIFY(f->panel->height() > before.height());
-    QCOMPARE(f->panel->y(), before.y());
-    QCOMPARE(f->panel->x(), before.x());
-    QCOMPARE(f->panel->height(), qCeil(f->panel->view()->implicitHeight()));
-    const int grown = f->panel->height();
-    f->state->setClipboardText(QStringLiteral("short"));
-    QTRY_VERIFY(f->panel->height() < grown);
-    QCOMPARE(f->panel->y(), before.y());
+    QTRY_VERIFY(indicator("clipboardBox"));
+    QTRY_VERIFY(indicator("answerBox"));
 }
 
 void TestFloatingPanel::forwardsTheViewsChoices()

@@ -2,8 +2,10 @@
 // test, a real compositing manager (xcompmgr). Keys are typed through XTest (xdotool).
 #include "PanelFixture.h"
 
+#include <QHash>
 #include <QProcess>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -89,14 +91,58 @@ public:
         return window;
     }
 
+    // A window exactly there, unmanaged, below every other window, that hears its clicks.
+    xcb_window_t createWindowBelowAll(const QRect& frame)
+    {
+        const xcb_window_t window = xcb_generate_id(m_connection);
+        const uint32_t values[] = {1, XCB_EVENT_MASK_BUTTON_PRESS};
+        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, int16_t(frame.x()),
+                          int16_t(frame.y()), uint16_t(frame.width()), uint16_t(frame.height()), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                          XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+        xcb_map_window(m_connection, window);
+        const uint32_t below = XCB_STACK_MODE_BELOW;
+        xcb_configure_window(m_connection, window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
+        xcb_flush(m_connection);
+        return window;
+    }
+
+    // How many button presses the window has heard so far.
+    int clicks(xcb_window_t window)
+    {
+        while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+            if ((event->response_type & 0x7f) == XCB_BUTTON_PRESS) {
+                ++m_clicks[reinterpret_cast<xcb_button_press_event_t*>(event)->event];
+            }
+            std::free(event);
+        }
+        return m_clicks.value(window);
+    }
+
+    // Top-level windows from bottom to top, as the window manager stacks them.
+    QList<uint32_t> stacking()
+    {
+        return property(m_root, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW);
+    }
+
 private:
     xcb_connection_t* m_connection;
     xcb_window_t m_root = XCB_NONE;
+    QHash<xcb_window_t, int> m_clicks;
 };
 
 bool run(const QString& program, const QStringList& arguments)
 {
     return QProcess::execute(program, arguments) == 0;
+}
+
+// Real clicks at a point of the screen: button 1, or the wheel (4 up, 5 down), `times` times.
+bool pointer(const QPoint& at, int button, int times = 1)
+{
+    return run(QStringLiteral("xdotool"),
+               {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
+                QStringLiteral("click"), QStringLiteral("--repeat"), QString::number(times),
+                QString::number(button)});
 }
 
 } // namespace
@@ -113,9 +159,20 @@ private slots:
     void takesTheFocusFromAnotherApplication();
     void routesTypedKeys();
     void shadowMarginFollowsTheCompositor();
+    void cardGrowsInsideAStillWindow();
+    void marginLetsClicksThrough();
+    void preferencesComeOverThePanel();
+    void stripStartsAtItsFirstChipAndTurnsWithTheWheel();
+    void answerFollowsTheStreamUntilScrolledUp();
 
 private:
     xcb_window_t panelWindow() const { return static_cast<xcb_window_t>(f->panel->winId()); }
+    QPoint onScreen(const char* name) const
+    {
+        QQuickItem* item = f->item(name);
+        return f->panel->mapToGlobal(
+            item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+    }
     void startProcess(QProcess& process, const QString& program, const QStringList& arguments);
 
     QProcess m_openbox;
@@ -190,7 +247,9 @@ void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspace()
 
     // Placement under the window manager follows the same rule as anywhere.
     const QRect area = f->panel->screen()->availableGeometry();
-    const QRect frame = f->panel->geometry();
+    QTRY_COMPARE(f->item("clipboardBox")->height(),
+                 f->item("clipboardBox")->property("measuredHeight").toReal());
+    const QRect frame = f->panel->inputRegion().boundingRect().translated(f->panel->position());
     QVERIFY(qAbs(frame.center().x() - area.center().x()) <= 1);
     QVERIFY(qAbs(frame.y() + frame.height() / 2 - (area.y() + area.height() / 2 - 100)) <= 1);
 
@@ -273,6 +332,137 @@ void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
     QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
     QTRY_COMPARE(f->panel->width(), 544);
     QVERIFY(!f->panel->mask().isEmpty());
+}
+
+void TestFloatingPanelX11::cardGrowsInsideAStillWindow()
+{
+    QVERIFY(f->showAndFocus());
+    const QRect window = f->panel->geometry();
+    QSignalSpy moved(f->panel.get(), &QWindow::yChanged);
+    QSignalSpy resized(f->panel.get(), &QWindow::heightChanged);
+    const qreal cardTop = f->panel->cardGeometry().top();
+
+    f->state->setClipboardText(QStringLiteral("A long line of copied text. ").repeated(40));
+    QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
+    QTRY_COMPARE(f->item("answerBox")->height(), 250.0);
+    f->state->setClipboardText(QStringLiteral("short"));
+    QTRY_VERIFY(f->item("clipboardBox")->height() < 80);
+    QTRY_COMPARE(f->item("answerBox")->height(), 80.0);
+    // The card's top edge stays; neither the native window nor its place changed once.
+    QCOMPARE(f->panel->cardGeometry().top(), cardTop);
+    QCOMPARE(resized.count(), 0);
+    QCOMPARE(moved.count(), 0);
+    QCOMPARE(f->panel->geometry(), window);
+}
+
+void TestFloatingPanelX11::marginLetsClicksThrough()
+{
+    startProcess(m_compositor, QStringLiteral("xcompmgr"), {});
+    QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
+    QVERIFY(f->showAndFocus());
+    QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
+    // Another application's window under the panel's left margin.
+    const QRect card = QRect(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()),
+                             f->panel->cardGeometry().size().toSize());
+    const QRect below(card.left() - 150, card.top(), 140, 200);
+    QVERIFY(f->panel->geometry().contains(below));
+    const xcb_window_t other = m_x.createWindowBelowAll(below);
+
+    QVERIFY(pointer(below.center(), 1));
+    QTRY_COMPARE(m_x.clicks(other), 1);
+    // The card and its buttons still take their clicks.
+    QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
+    QVERIFY(pointer(onScreen("closeButton"), 1));
+    QTRY_COMPARE(closing.count(), 1);
+    QCOMPARE(m_x.clicks(other), 1);
+
+    m_compositor.terminate();
+    QVERIFY(m_compositor.waitForFinished(3000));
+    QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
+}
+
+void TestFloatingPanelX11::preferencesComeOverThePanel()
+{
+    QVERIFY(f->showAndFocus());
+    QWindow preferences;
+    preferences.resize(400, 300);
+    f->panel->stepBack();
+    preferences.show();
+    preferences.requestActivate();
+    QVERIFY(QTest::qWaitForWindowExposed(&preferences));
+    const auto over = [&] {
+        const auto order = m_x.stacking();
+        return order.indexOf(static_cast<uint32_t>(preferences.winId())) >
+               order.indexOf(panelWindow());
+    };
+    QTRY_VERIFY(over());
+    QTRY_VERIFY(!m_x.property(panelWindow(), "_NET_WM_STATE", XCB_ATOM_ATOM)
+                     .contains(m_x.atom("_NET_WM_STATE_ABOVE")));
+    // The next trigger puts the panel above everything again.
+    QVERIFY(f->showAndFocus());
+    QTRY_VERIFY(!over());
+    QVERIFY(m_x.property(panelWindow(), "_NET_WM_STATE", XCB_ATOM_ATOM)
+                .contains(m_x.atom("_NET_WM_STATE_ABOVE")));
+}
+
+void TestFloatingPanelX11::stripStartsAtItsFirstChipAndTurnsWithTheWheel()
+{
+    QList<Prompt> prompts = f->state->prompts();
+    for (int n = 4; n < 10; ++n) {
+        prompts << Prompt::create(n, QStringLiteral("Prompt number %1").arg(n), QString());
+    }
+    f->state->setPrompts(prompts);
+    QVERIFY(f->showAndFocus());
+    QQuickItem* strip = f->item("promptStrip");
+    QTRY_COMPARE(strip->property("contentX").toReal(), 0.0);
+
+    QVERIFY(pointer(onScreen("promptStrip"), 5));
+    QTRY_VERIFY(strip->property("contentX").toReal() > 0);
+    QVERIFY(pointer(onScreen("promptStrip"), 5, 20));
+    const qreal end = strip->property("contentWidth").toReal() - strip->width();
+    QTRY_COMPARE(strip->property("contentX").toReal(), end);
+    QVERIFY(pointer(onScreen("promptStrip"), 4));
+    QTRY_VERIFY(strip->property("contentX").toReal() < end);
+
+    f->panel->close();
+    QVERIFY(f->showAndFocus());
+    QCOMPARE(strip->property("contentX").toReal(), 0.0);
+}
+
+void TestFloatingPanelX11::answerFollowsTheStreamUntilScrolledUp()
+{
+    QVERIFY(f->showAndFocus());
+    QQuickItem* flick = f->item("answerFlick");
+    const auto atEnd = [flick] {
+        const qreal end = flick->property("contentHeight").toReal() - flick->height();
+        return end > 0 && qAbs(flick->property("contentY").toReal() - end) < 1;
+    };
+    f->state->setIsLoading(true);
+    for (int i = 1; i <= 40; ++i) {
+        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+    }
+    QTRY_VERIFY(atEnd());
+
+    // The user scrolls up: the box stays where the user put it while more arrives.
+    QVERIFY(pointer(onScreen("answerBox"), 4, 3));
+    QTRY_VERIFY(!atEnd() && !flick->property("moving").toBool());
+    const qreal kept = flick->property("contentY").toReal();
+    const qreal grown = flick->property("contentHeight").toReal();
+    for (int i = 41; i <= 60; ++i) {
+        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+    }
+    QTRY_VERIFY(flick->property("contentHeight").toReal() > grown + 400);
+    QCOMPARE(flick->property("contentY").toReal(), kept);
+
+    // Back at the end, it follows again.
+    QTRY_VERIFY_WITH_TIMEOUT(pointer(onScreen("answerBox"), 5, 10) && atEnd(), 20000);
+    QTRY_VERIFY(!flick->property("moving").toBool());
+    const qreal before = flick->property("contentHeight").toReal();
+    for (int i = 61; i <= 80; ++i) {
+        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+    }
+    QTRY_VERIFY(flick->property("contentHeight").toReal() > before + 400 && atEnd());
+    f->state->setIsLoading(false);
 }
 
 QTEST_MAIN(TestFloatingPanelX11)

@@ -212,6 +212,27 @@ void TestSettingsView::addingOpensAnEmptyEditorAndSavesAsLast()
     QVERIFY(title->hasActiveFocus());
     typeText(view.get(), u"Shout"_s);
     QVERIFY(!save->isEnabled());
+    // A disabled Save reads fainter than the Cancel button beside it: its label's strongest
+    // pixel stands out less from the button's own background.
+    const auto contrast = [&view](QQuickItem* button) {
+        const QImage image = view->grabWindow();
+        const QRect area = button->mapRectToScene(QRectF(0, 0, button->width(), button->height()))
+                               .toAlignedRect()
+                               .adjusted(2, 2, -2, -2);
+        const int base =
+            image.pixelColor(area.topLeft() + QPoint(2, area.height() / 2)).lightness();
+        int strongest = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y) {
+            for (int x = area.left(); x <= area.right(); ++x) {
+                strongest =
+                    std::max(strongest, std::abs(image.pixelColor(x, y).lightness() - base));
+            }
+        }
+        return strongest;
+    };
+    QVERIFY2(contrast(save) < contrast(findItem(view.get(), "cancelButton")) * 2 / 3,
+             qPrintable(u"%1 against %2"_s.arg(contrast(save))
+                            .arg(contrast(findItem(view.get(), "cancelButton")))));
     findItem(view.get(), "systemPromptArea")->forceActiveFocus();
     QTest::keyClick(view.get(), 'U');
     QVERIFY(save->isEnabled());

@@ -6,3 +6,8 @@ void NullPanelWindowSupport::activate(QWindow* window)
 {
     window->requestActivate();
 }
+
+void NullPanelWindowSupport::setKeptAbove(QWindow* window, bool above)
+{
+    window->setFlag(Qt::WindowStaysOnTopHint, above);
+}

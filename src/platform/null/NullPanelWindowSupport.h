@@ -13,4 +13,6 @@ public:
     bool isCompositing() const override { return true; }
     void prepareToMap(QWindow*) override {}
     void activate(QWindow* window) override;
+    void setKeptAbove(QWindow* window, bool above) override;
+    void setInputRegion(QWindow*, const QRegion&) override {}
 };

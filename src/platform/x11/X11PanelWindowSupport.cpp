@@ -3,10 +3,13 @@
 #include <QByteArray>
 #include <QGuiApplication>
 #include <QLoggingCategory>
+#include <QRegion>
 #include <QSocketNotifier>
 #include <QWindow>
+#include <QtMath>
 
 #include <X11/Xlib.h>
+#include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
 #include <cstdlib>
@@ -26,6 +29,8 @@ template<typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
 // with focus-stealing prevention honour it.
 constexpr uint32_t sourcePager = 2;
 constexpr uint32_t allDesktops = 0xFFFFFFFF;
+constexpr uint32_t netWmStateRemove = 0;
+constexpr uint32_t netWmStateAdd = 1;
 
 } // namespace
 
@@ -219,6 +224,50 @@ void X11PanelWindowSupport::activate(QWindow* window)
         }
     }
     window->requestActivate();
+}
+
+void X11PanelWindowSupport::setKeptAbove(QWindow* window, bool above)
+{
+    if (!window->isVisible()) {
+        // prepareToMap marks it above again before it is mapped.
+        return;
+    }
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = static_cast<xcb_window_t>(window->winId());
+    message.type = atom("_NET_WM_STATE");
+    message.data.data32[0] = above ? netWmStateAdd : netWmStateRemove;
+    message.data.data32[1] = atom("_NET_WM_STATE_ABOVE");
+    message.data.data32[3] = sourcePager;
+    xcb_send_event(m_connection, 0, m_root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    xcb_flush(m_connection);
+}
+
+void X11PanelWindowSupport::setInputRegion(QWindow* window, const QRegion& region)
+{
+    const auto id = static_cast<xcb_window_t>(window->winId());
+    if (region.isEmpty()) {
+        xcb_shape_mask(m_connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, id, 0, 0, XCB_NONE);
+    } else {
+        // The region is in Qt's coordinates; the server counts device pixels.
+        const qreal ratio = window->devicePixelRatio();
+        std::vector<xcb_rectangle_t> rectangles;
+        for (const QRect& rect : region) {
+            const QRect pixels(QPoint(qFloor(rect.left() * ratio), qFloor(rect.top() * ratio)),
+                               QPoint(qCeil((rect.right() + 1) * ratio) - 1,
+                                      qCeil((rect.bottom() + 1) * ratio) - 1));
+            rectangles.push_back(
+                {static_cast<int16_t>(pixels.x()), static_cast<int16_t>(pixels.y()),
+                 static_cast<uint16_t>(pixels.width()), static_cast<uint16_t>(pixels.height())});
+        }
+        xcb_shape_rectangles(m_connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT,
+                             XCB_CLIP_ORDERING_UNSORTED, id, 0, 0,
+                             static_cast<uint32_t>(rectangles.size()), rectangles.data());
+    }
+    xcb_flush(m_connection);
 }
 
 void X11PanelWindowSupport::readEvents()

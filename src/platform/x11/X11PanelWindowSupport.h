@@ -23,6 +23,8 @@ public:
     bool isCompositing() const override { return m_compositing; }
     void prepareToMap(QWindow* window) override;
     void activate(QWindow* window) override;
+    void setKeptAbove(QWindow* window, bool above) override;
+    void setInputRegion(QWindow* window, const QRegion& region) override;
 
     /// A server timestamp taken now, for requests that focus-stealing prevention judges.
     xcb_timestamp_t currentTime();

@@ -1,0 +1,203 @@
+// How long the quick panel of a running ravelo takes to show a large copy, and how much memory
+// the process takes for it. Runs on an X server with no window manager of its own (start it
+// under tests/support/with-xvfb); starts openbox, a ravelo with fresh preferences, and xclip as
+// the other application that copied the text. Per trigger it prints:
+//   read      this process's QClipboard::text() of the same copy (Qt's X transfer alone)
+//   mapped    from `ravelo trigger` starting to the panel's window being mapped
+//   drawn     from `ravelo trigger` starting to the card showing on the screen
+//   answer    how long a second `ravelo trigger` takes to be answered right after
+//   again     mapped and drawn for a trigger after Esc closed the panel (the panel exists)
+//   peak RSS  the ravelo process's VmHWM afterwards
+//
+//   tests/support/with-xvfb build/bench/bench_panel_trigger build/ravelo [megabytes...]
+#include <QClipboard>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <xcb/xcb.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr uint32_t cardBackground = 0x3e3f40;
+
+QByteArray vmHwm(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return "?";
+    }
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:")) {
+            return line.mid(6).trimmed();
+        }
+    }
+    return "?";
+}
+
+// Whether the card's background colour shows in the screen's middle column.
+bool cardShows(xcb_connection_t* c, const xcb_screen_t* screen)
+{
+    auto* image = xcb_get_image_reply(c,
+                                      xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, screen->root,
+                                                    int16_t(screen->width_in_pixels / 2), 0, 1,
+                                                    screen->height_in_pixels, ~0u),
+                                      nullptr);
+    bool found = false;
+    if (image) {
+        const auto* pixels = reinterpret_cast<const uint32_t*>(xcb_get_image_data(image));
+        const int n = xcb_get_image_data_length(image) / 4;
+        for (int i = 0; i < n && !found; ++i) {
+            found = (pixels[i] & 0xffffff) == cardBackground;
+        }
+    }
+    std::free(image);
+    return found;
+}
+
+bool waitForMap(xcb_connection_t* c, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < timeoutMs) {
+        while (xcb_generic_event_t* event = xcb_poll_for_event(c)) {
+            const bool mapped = (event->response_type & 0x7f) == XCB_MAP_NOTIFY;
+            std::free(event);
+            if (mapped) {
+                return true;
+            }
+        }
+        QThread::usleep(200);
+    }
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QGuiApplication app(argc, argv);
+    QStringList args = app.arguments().mid(1);
+    if (args.isEmpty()) {
+        std::fprintf(stderr, "usage: bench_panel_trigger RAVELO [megabytes...]\n");
+        return 2;
+    }
+    const QString ravelo = args.takeFirst();
+    if (args.isEmpty()) {
+        args << QStringLiteral("1") << QStringLiteral("20");
+    }
+
+    QTemporaryDir home;
+    QDir(home.path()).mkpath(QStringLiteral("config/Ravelo"));
+    QDir(home.path()).mkpath(QStringLiteral("run"));
+    QFile::setPermissions(home.filePath(QStringLiteral("run")),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile prefs(home.filePath(QStringLiteral("config/Ravelo/Ravelo.conf")));
+    prefs.open(QIODevice::WriteOnly);
+    prefs.write("[General]\nhas_completed_onboarding=true\nuse_double_copy=false\n");
+    prefs.close();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+
+    QProcess openbox;
+    openbox.start(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+    QThread::msleep(1000);
+
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+
+    std::printf("%6s %8s %10s %9s %10s %14s %12s\n", "MB", "read ms", "mapped ms", "drawn ms",
+                "answer ms", "again ms", "peak RSS");
+    for (const QString& size : args) {
+        QProcess instance;
+        instance.setProcessEnvironment(env);
+        instance.setProcessChannelMode(QProcess::ForwardedChannels);
+        instance.start(ravelo, {});
+        instance.waitForStarted();
+        QThread::msleep(1500);
+
+        const QByteArray line = QByteArray("0123456789 abcdefghij ").repeated(4) + '\n';
+        const QByteArray text = line.repeated(int(size.toDouble() * 1e6 / line.size()));
+        QProcess xclip;
+        xclip.start(QStringLiteral("xclip"),
+                    {QStringLiteral("-selection"), QStringLiteral("clipboard")});
+        xclip.write(text);
+        xclip.closeWriteChannel();
+        xclip.waitForFinished();
+        QThread::msleep(300);
+
+        QElapsedTimer timer;
+        timer.start();
+        const qsizetype readSize = QGuiApplication::clipboard()->text().size();
+        const qint64 readMs = timer.elapsed();
+        if (readSize != text.size()) {
+            std::fprintf(stderr, "read %lld of %lld characters\n", qlonglong(readSize),
+                         qlonglong(text.size()));
+        }
+
+        const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &mask);
+        xcb_flush(c);
+        QProcess trigger;
+        trigger.setProcessEnvironment(env);
+        timer.restart();
+        trigger.start(ravelo, {QStringLiteral("trigger")});
+        const bool mapped = waitForMap(c, 600000);
+        const qint64 mappedMs = mapped ? timer.elapsed() : -1;
+        while (!cardShows(c, screen) && timer.elapsed() < 600000) {
+            QThread::usleep(500);
+        }
+        const qint64 drawnMs = timer.elapsed();
+        trigger.waitForFinished();
+        const uint32_t none = 0;
+        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &none);
+
+        timer.restart();
+        QProcess again;
+        again.setProcessEnvironment(env);
+        again.start(ravelo, {QStringLiteral("trigger")});
+        again.waitForFinished(600000);
+        const qint64 answerMs = timer.elapsed();
+        QThread::msleep(500);
+
+        QProcess::execute(QStringLiteral("xdotool"),
+                          {QStringLiteral("key"), QStringLiteral("Escape")});
+        QThread::msleep(500);
+        while (cardShows(c, screen)) {
+            QThread::msleep(50);
+        }
+        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &mask);
+        xcb_flush(c);
+        QProcess third;
+        third.setProcessEnvironment(env);
+        timer.restart();
+        third.start(ravelo, {QStringLiteral("trigger")});
+        const qint64 againMapped = waitForMap(c, 600000) ? timer.elapsed() : -1;
+        while (!cardShows(c, screen) && timer.elapsed() < 600000) {
+            QThread::usleep(500);
+        }
+        const qint64 againDrawn = timer.elapsed();
+        third.waitForFinished();
+        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &none);
+
+        std::printf("%6s %8lld %10lld %9lld %10lld %6lld / %5lld %12s%s\n", qPrintable(size),
+                    readMs, mappedMs, drawnMs, answerMs, againMapped, againDrawn,
+                    vmHwm(instance.processId()).constData(),
+                    again.exitCode() == 0 ? "" : "  (second trigger failed)");
+        std::fflush(stdout);
+        instance.kill();
+        instance.waitForFinished();
+    }
+    xcb_disconnect(c);
+    openbox.terminate();
+    openbox.waitForFinished();
+    return 0;
+}

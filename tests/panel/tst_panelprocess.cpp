@@ -1,0 +1,363 @@
+// The quick panel of the real ravelo process on a desktop: a real X server with a window
+// manager (openbox), the clipboard owned by another client (xclip), `ravelo trigger` from
+// outside, keys typed through XTest and a loopback chat server. What the panel shows is read
+// back from the screen.
+#include "ChatServer.h"
+#include "DesktopSession.h"
+#include "model/PreferenceStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRect>
+#include <QScopeGuard>
+#include <QTest>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+QString binary()
+{
+    return qEnvironmentVariable("RAVELO_BINARY");
+}
+
+// The screen as another client sees it.
+class Screen {
+public:
+    Screen()
+        : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data;
+        m_root = screen->root;
+        m_size = QSize(screen->width_in_pixels, screen->height_in_pixels);
+    }
+    ~Screen() { xcb_disconnect(m_connection); }
+
+    // _NET_WORKAREA of the first desktop, in pixels.
+    QRect workArea()
+    {
+        const char name[] = "_NET_WORKAREA";
+        auto* atom = xcb_intern_atom_reply(
+            m_connection, xcb_intern_atom(m_connection, 0, sizeof(name) - 1, name), nullptr);
+        auto* reply = xcb_get_property_reply(m_connection,
+                                             xcb_get_property(m_connection, 0, m_root,
+                                                              atom ? atom->atom : XCB_NONE,
+                                                              XCB_ATOM_CARDINAL, 0, 4),
+                                             nullptr);
+        QRect area(QPoint(0, 0), m_size);
+        if (reply && xcb_get_property_value_length(reply) == 16) {
+            const auto* v = static_cast<const uint32_t*>(xcb_get_property_value(reply));
+            area = QRect(int(v[0]), int(v[1]), int(v[2]), int(v[3]));
+        }
+        std::free(reply);
+        std::free(atom);
+        return area;
+    }
+
+    QImage grab()
+    {
+        auto* reply = xcb_get_image_reply(m_connection,
+                                          xcb_get_image(m_connection, XCB_IMAGE_FORMAT_Z_PIXMAP,
+                                                        m_root, 0, 0, uint16_t(m_size.width()),
+                                                        uint16_t(m_size.height()), ~0u),
+                                          nullptr);
+        QImage image;
+        if (reply && xcb_get_image_data_length(reply) == m_size.width() * m_size.height() * 4) {
+            image = QImage(xcb_get_image_data(reply), m_size.width(), m_size.height(),
+                           QImage::Format_RGB32)
+                        .copy();
+        }
+        std::free(reply);
+        return image;
+    }
+
+    // Where the panel's card is drawn whole: the bounds of the pixels in its background
+    // colour, provided its four rounded corners and the round buttons under it show.
+    QRect card(int scale)
+    {
+        const QImage image = grab();
+        if (image.isNull()) {
+            return {};
+        }
+        const auto isCard = [&](int x, int y) {
+            return (image.pixel(x, y) & 0xffffff) == cardBackground;
+        };
+        QRect bounds;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                if (isCard(x, y)) {
+                    bounds |= QRect(x, y, 1, 1);
+                }
+            }
+        }
+        if (bounds.isEmpty()) {
+            return {};
+        }
+        // A card cut off by the screen's edge has a straight edge there, not a rounded one.
+        for (int y : {bounds.top(), bounds.bottom()}) {
+            if (isCard(bounds.left() + 10 * scale, y)) {
+                return {};
+            }
+        }
+        bool buttons = false;
+        for (int y = bounds.bottom() + 1;
+             y < std::min(image.height(), bounds.bottom() + 45 * scale); ++y) {
+            const QRgb pixel = image.pixel(bounds.center().x() - 18 * scale, y) & 0xffffff;
+            buttons |= pixel == 0x4c4c4c || pixel == 0x4d4d4d;
+        }
+        return buttons ? bounds : QRect();
+    }
+
+    // Whether the custom prompt field's fill shows in the card.
+    bool showsFieldIn(const QRect& card)
+    {
+        const QImage image = grab();
+        for (int y = card.top(); y <= card.bottom(); ++y) {
+            if ((image.pixel(card.center().x(), y) & 0xffffff) == 0x38383b) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    // The card's background, sRGB (0.243, 0.247, 0.251).
+    static constexpr uint32_t cardBackground = 0x3e3f40;
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_root = XCB_NONE;
+    QSize m_size;
+};
+
+} // namespace
+
+class TestPanelProcess : public QObject {
+    Q_OBJECT
+
+private:
+    DesktopSession m_desktop;
+    std::unique_ptr<ChatServer> m_server;
+    std::unique_ptr<QProcess> m_app;
+    QByteArray m_appLog;
+
+    struct Result {
+        int exitCode = -1;
+        QByteArray err;
+    };
+
+    // A short command, while this process's event loop keeps serving the clipboard.
+    Result run(const QStringList& arguments)
+    {
+        QProcess process;
+        process.start(binary(), arguments);
+        if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; },
+                             15000)) {
+            process.kill();
+            process.waitForFinished();
+            return {};
+        }
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardError()};
+    }
+
+    bool appLogged(const char* text)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                m_appLog += m_app->readAllStandardError();
+                return m_appLog.contains(text);
+            },
+            10000);
+    }
+
+    void startApp(const QString& scaleFactor = QString())
+    {
+        m_appLog.clear();
+        m_app = std::make_unique<QProcess>();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true"));
+        if (!scaleFactor.isEmpty()) {
+            environment.insert(QStringLiteral("QT_SCALE_FACTOR"), scaleFactor);
+        }
+        m_app->setProcessEnvironment(environment);
+        m_app->start(binary(), {});
+        QVERIFY(m_app->waitForStarted());
+        QVERIFY2(appLogged("Listening on"), m_appLog.constData());
+    }
+
+    QString sentUserText(int request) const
+    {
+        return QJsonDocument::fromJson(m_server->requests().at(request).body)
+            .object()
+            .value(QLatin1String("messages"))
+            .toArray()
+            .at(1)
+            .toObject()
+            .value(QLatin1String("content"))
+            .toString();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(QFileInfo(binary()).isExecutable());
+        QVERIFY(m_desktop.startWindowManager());
+        m_server = std::make_unique<ChatServer>();
+        const QString path =
+            qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Ravelo/Ravelo.conf");
+        QFile::remove(path);
+        PreferenceStore preferences(path);
+        preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+        preferences.setBoolean(Preferences::useDoubleCopy, false);
+        preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
+        preferences.setString(Preferences::baseUrl, m_server->baseUrl());
+    }
+
+    void cleanup()
+    {
+        if (m_app && m_app->state() != QProcess::NotRunning) {
+            m_app->terminate();
+            if (!m_app->waitForFinished(5000)) {
+                m_app->kill();
+                m_app->waitForFinished();
+            }
+        }
+        m_app.reset();
+    }
+
+    void aHugeCopyOpensThePanelAndIsSentWhole()
+    {
+        startApp();
+        const QString line = QStringLiteral("0123456789 abcdefghij ").repeated(4) + u'\n';
+        const QString text = line.repeated(20'000'000 / line.size());
+        QVERIFY(DesktopSession::copyInOtherApplication(text));
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QVERIFY2(appLogged(QByteArray("Panel requested for " + QByteArray::number(text.size()) +
+                                      " characters")
+                               .constData()),
+                 m_appLog.right(2000).constData());
+        Screen screen;
+        QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
+        // The instance still answers while the panel shows the copy.
+        const Result again = run({QStringLiteral("trigger")});
+        QCOMPARE(again.exitCode, 0);
+        QCOMPARE(again.err, QByteArray());
+
+        m_server->enqueue(
+            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
+        QVERIFY(DesktopSession::key(QStringLiteral("1")));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_server->requests().isEmpty(), 15000);
+        QCOMPARE(sentUserText(0).size(), text.size());
+        QVERIFY(sentUserText(0) == text);
+    }
+
+    void shownAgainNoFieldIsEdited()
+    {
+        startApp();
+        QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Some copied text")));
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        Screen screen;
+        QRect card;
+        QTRY_VERIFY_WITH_TIMEOUT((card = screen.card(1)).isValid(), 10000);
+        // Return opens the custom field, then the close button closes the panel.
+        QVERIFY(DesktopSession::key(QStringLiteral("Return")));
+        QTRY_VERIFY(screen.showsFieldIn(card));
+        QVERIFY(DesktopSession::xdotool(
+            {QStringLiteral("mousemove"), QString::number(card.center().x() - 18),
+             QString::number(card.bottom() + 26), QStringLiteral("click"), QStringLiteral("1")}));
+        QTRY_VERIFY(!screen.card(1).isValid());
+
+        const qsizetype before = m_server->requests().size();
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
+        // The digit runs prompt 2 instead of going into the field. A key typed right as the
+        // window manager focuses the panel is now and then lost: type again until one lands.
+        QTRY_VERIFY(DesktopSession::key(QStringLiteral("2")) &&
+                    m_server->requests().size() > before);
+    }
+
+    void fitsTheWorkArea_data()
+    {
+        QTest::addColumn<QString>("scale");
+        QTest::addColumn<int>("lines");
+        QTest::addColumn<bool>("compositor");
+        QTest::newRow("one line") << QStringLiteral("1") << 1 << false;
+        QTest::newRow("10,000 lines") << QStringLiteral("1") << 10000 << false;
+        QTest::newRow("10,000 lines at scale 2") << QStringLiteral("2") << 10000 << false;
+        QTest::newRow("40 lines at scale 2") << QStringLiteral("2") << 40 << false;
+        // The shadow margin must not push the card down when it sits at the top.
+        QTest::newRow("10,000 lines, compositor") << QStringLiteral("1") << 10000 << true;
+        QTest::newRow("40 lines at scale 2, compositor") << QStringLiteral("2") << 40 << true;
+    }
+
+    void fitsTheWorkArea()
+    {
+        QFETCH(QString, scale);
+        QFETCH(int, lines);
+        QFETCH(bool, compositor);
+        QProcess compositing;
+        if (compositor) {
+            compositing.start(QStringLiteral("xcompmgr"), {});
+            QVERIFY(compositing.waitForStarted());
+        }
+        const auto stopCompositing = qScopeGuard([&] {
+            compositing.terminate();
+            compositing.waitForFinished();
+        });
+        // The pointer away from the panel, so that nothing on it reacts to hovering.
+        QVERIFY(DesktopSession::xdotool(
+            {QStringLiteral("mousemove"), QStringLiteral("0"), QStringLiteral("0")}));
+        startApp(scale);
+        QString text;
+        for (int i = 1; i <= lines; ++i) {
+            text += QStringLiteral("Line %1 of the copied text\n").arg(i);
+        }
+        QVERIFY(DesktopSession::copyInOtherApplication(text.trimmed()));
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+
+        Screen screen;
+        const QRect area = screen.workArea();
+        const int s = scale.toInt();
+        // The panel is the card and, 12 below it, the 28 high round buttons; it sits 100 above
+        // the middle of the work area, unless that would put part of it outside.
+        // Looked at once the card no longer moves or grows between two looks.
+        // QTRY_VERIFY asks once more after its last try: the first answer that counts stays.
+        QRect last;
+        bool seen = false;
+        const auto placed = [&] {
+            const QRect card = screen.card(s);
+            const bool settled = card == last;
+            last = card;
+            if (seen) {
+                return true;
+            }
+            if (!card.isValid() || !settled) {
+                return false;
+            }
+            const QRect panel = card.adjusted(0, 0, 0, 40 * s);
+            const int centre = area.center().y() - 100 * s;
+            const int wanted =
+                std::clamp(centre - panel.height() / 2, area.top(), area.bottom() - panel.height());
+            seen = area.contains(panel) && std::abs(panel.top() - wanted) <= 3 * s &&
+                   std::abs(panel.center().x() - area.center().x()) <= 2 * s;
+            if (!seen) {
+                qDebug() << "card at" << card << "wanted top" << wanted;
+            }
+            return seen;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(placed(), 20000);
+    }
+};
+
+QTEST_MAIN(TestPanelProcess)
+#include "tst_panelprocess.moc"
