@@ -1,4 +1,5 @@
 #include "ChatServer.h"
+#include "ConnectProxy.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"
 
@@ -9,6 +10,7 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
+#include <QTcpServer>
 #include <QTest>
 
 namespace {
@@ -43,9 +45,11 @@ private:
         QByteArray err;
     };
 
-    Result run(const QStringList& args, const QByteArray& input)
+    Result run(const QStringList& args, const QByteArray& input,
+               const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
     {
         QProcess process;
+        process.setProcessEnvironment(environment);
         process.start(qEnvironmentVariable("RAVELO_BINARY"), args);
         process.write(input);
         process.closeWriteChannel();
@@ -302,6 +306,94 @@ private slots:
         QCOMPARE(result.exitCode, 1);
         QCOMPARE(result.err,
                  "Error: HTTP " + QByteArray::number(status) + ": {\"error\":\"nope\"}\n");
+    }
+
+    void throughTheUsersProxy_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("withCredentials");
+        QTest::addColumn<QString>("noProxy");
+        QTest::addColumn<QByteArray>("error");
+        QTest::newRow("tunnel") << int(ConnectProxy::Mode::Tunnel) << false << QString()
+                                << QByteArray();
+        QTest::newRow("other hosts in no_proxy")
+            << int(ConnectProxy::Mode::Tunnel) << false << QStringLiteral("localhost,example.com")
+            << QByteArray();
+        QTest::newRow("credentials in the proxy address")
+            << int(ConnectProxy::Mode::Credentials) << true << QString() << QByteArray();
+        QTest::newRow("server in no_proxy")
+            << int(ConnectProxy::Mode::Refuse) << false << QStringLiteral("localhost,127.0.0.1")
+            << QByteArray();
+        QTest::newRow("refused") << int(ConnectProxy::Mode::Refuse) << false << QString()
+                                 << QByteArray("refused the connection to 127.0.0.1:");
+        QTest::newRow("credentials missing")
+            << int(ConnectProxy::Mode::Credentials) << false << QString()
+            << QByteArray("requires authentication. Put the user name and password");
+    }
+
+    // A user behind a proxy reaches the server through a tunnel the proxy opens; the key
+    // travels inside it, never in what the proxy reads.
+    void throughTheUsersProxy()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, withCredentials);
+        QFETCH(QString, noProxy);
+        QFETCH(QByteArray, error);
+        ConnectProxy proxy(static_cast<ConnectProxy::Mode>(mode));
+        QUrl address(proxy.address());
+        if (!withCredentials) {
+            address.setUserInfo(QString());
+        }
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("http_proxy"), address.toString());
+        environment.insert(QStringLiteral("no_proxy"), noProxy);
+        m_server->enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
+
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        const bool bypassed = noProxy.contains(QLatin1String("127.0.0.1"));
+        QCOMPARE(proxy.heads().isEmpty(), bypassed);
+        for (const QByteArray& head : proxy.heads()) {
+            QVERIFY2(
+                head.startsWith(QByteArray(
+                    "CONNECT 127.0.0.1:" + QByteArray::number(m_server->port()) + " HTTP/1.1\r\n")),
+                head.constData());
+            QVERIFY(!head.contains("sk-test"));
+        }
+        if (error.isEmpty()) {
+            QCOMPARE(result.err, QByteArray());
+            QCOMPARE(result.out, QByteArray("Hi"));
+            QCOMPARE(result.exitCode, 0);
+            QCOMPARE(m_server->requests().size(), 1);
+            QCOMPARE(m_server->requests().first().header("Authorization"), "Bearer sk-test");
+        } else {
+            QVERIFY2(result.err.startsWith(QByteArray(
+                         "Error: The proxy 127.0.0.1:" + QByteArray::number(proxy.port()) + ' ')) &&
+                         result.err.contains(error),
+                     result.err.constData());
+            QVERIFY(!result.err.contains(ConnectProxy::password));
+            QCOMPARE(result.exitCode, 1);
+            QVERIFY(m_server->requests().isEmpty());
+        }
+    }
+
+    void proxyThatIsNotRunning()
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        const QByteArray port = QByteArray::number(probe.serverPort());
+        probe.close();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("http_proxy"),
+                           QStringLiteral("http://127.0.0.1:") + QString::fromLatin1(port));
+        environment.remove(QStringLiteral("no_proxy"));
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.startsWith(
+                     QByteArray("Error: The proxy 127.0.0.1:" + port + " refused the connection.")),
+                 result.err.constData());
+        QVERIFY(m_server->requests().isEmpty());
     }
 
     // Server text drives no terminal: no retitling, no colours, no cursor moves.
