@@ -1,5 +1,6 @@
 #include "completion/OpenAIClient.h"
 
+#include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -121,6 +122,14 @@ TransportError OpenAIClient::transportError(QNetworkReply::NetworkError code, co
 
 QNetworkProxy OpenAIClient::proxyFor(const QUrl& url)
 {
+    // A proxy would reach its own machine's loopback, not this one's: the key would go
+    // to whatever listens there.
+    const QString host = url.host();
+    if (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0 ||
+        host.endsWith(QLatin1String(".localhost"), Qt::CaseInsensitive) ||
+        QHostAddress(host).isLoopback()) {
+        return QNetworkProxy(QNetworkProxy::NoProxy);
+    }
     const QList<QNetworkProxy> proxies =
         QNetworkProxyFactory::systemProxyForQuery(QNetworkProxyQuery(url));
     for (const QNetworkProxy& proxy : proxies) {

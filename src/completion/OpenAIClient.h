@@ -48,7 +48,8 @@ public:
     static TransportError proxyError(QNetworkReply::NetworkError code, const QNetworkProxy& proxy,
                                      const QUrl& url, const QString& detail);
     /// The proxy the user's system names for `url` (http_proxy, https_proxy and no_proxy,
-    /// or the desktop's settings), or none. An HTTP proxy is only ever asked to open a
+    /// or the desktop's settings), or none; none for a server on this machine's loopback
+    /// ("localhost", 127.0.0.0/8, ::1). An HTTP proxy is only ever asked to open a
     /// tunnel (CONNECT) to the server: the request itself goes through the tunnel.
     static QNetworkProxy proxyFor(const QUrl& url);
     /// "host:port" of a proxy, for messages; its credentials are left out.

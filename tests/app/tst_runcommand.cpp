@@ -9,6 +9,8 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTest>
@@ -310,31 +312,38 @@ private slots:
 
     void throughTheUsersProxy_data()
     {
+        QTest::addColumn<QString>("host");
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("withCredentials");
         QTest::addColumn<QString>("noProxy");
         QTest::addColumn<QByteArray>("error");
-        QTest::newRow("tunnel") << int(ConnectProxy::Mode::Tunnel) << false << QString()
+        const QString server = QStringLiteral("api.ravelo.test");
+        QTest::newRow("tunnel") << server << int(ConnectProxy::Mode::Tunnel) << false << QString()
                                 << QByteArray();
         QTest::newRow("other hosts in no_proxy")
-            << int(ConnectProxy::Mode::Tunnel) << false << QStringLiteral("localhost,example.com")
-            << QByteArray();
+            << server << int(ConnectProxy::Mode::Tunnel) << false
+            << QStringLiteral("localhost,example.com,ravelo.test.example") << QByteArray();
         QTest::newRow("credentials in the proxy address")
-            << int(ConnectProxy::Mode::Credentials) << true << QString() << QByteArray();
-        QTest::newRow("server in no_proxy")
-            << int(ConnectProxy::Mode::Refuse) << false << QStringLiteral("localhost,127.0.0.1")
-            << QByteArray();
-        QTest::newRow("refused") << int(ConnectProxy::Mode::Refuse) << false << QString()
-                                 << QByteArray("refused the connection to 127.0.0.1:");
+            << server << int(ConnectProxy::Mode::Credentials) << true << QString() << QByteArray();
+        QTest::newRow("refused") << server << int(ConnectProxy::Mode::Refuse) << false << QString()
+                                 << QByteArray("refused the connection to api.ravelo.test:");
         QTest::newRow("credentials missing")
-            << int(ConnectProxy::Mode::Credentials) << false << QString()
+            << server << int(ConnectProxy::Mode::Credentials) << false << QString()
             << QByteArray("requires authentication. Put the user name and password");
+        QTest::newRow("loopback address")
+            << QStringLiteral("127.0.0.1") << int(ConnectProxy::Mode::Refuse) << false << QString()
+            << QByteArray();
+        QTest::newRow("localhost") << QStringLiteral("localhost") << int(ConnectProxy::Mode::Refuse)
+                                   << false << QString() << QByteArray();
     }
 
     // A user behind a proxy reaches the server through a tunnel the proxy opens; the key
-    // travels inside it, never in what the proxy reads.
+    // travels inside it, never in what the proxy reads. The proxy resolves the server's
+    // name, to this machine's loopback. A server on the loopback is always reached directly:
+    // the proxy's loopback is another machine's.
     void throughTheUsersProxy()
     {
+        QFETCH(QString, host);
         QFETCH(int, mode);
         QFETCH(bool, withCredentials);
         QFETCH(QString, noProxy);
@@ -347,16 +356,17 @@ private slots:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("http_proxy"), address.toString());
         environment.insert(QStringLiteral("no_proxy"), noProxy);
+        preferences()->setString(Preferences::baseUrl,
+                                 QStringLiteral("http://%1:%2/v1").arg(host).arg(m_server->port()));
         m_server->enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
 
         const Result result =
             run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
-        const bool bypassed = noProxy.contains(QLatin1String("127.0.0.1"));
-        QCOMPARE(proxy.heads().isEmpty(), bypassed);
+        QCOMPARE(proxy.heads().isEmpty(), !host.contains(QLatin1String("ravelo")));
         for (const QByteArray& head : proxy.heads()) {
             QVERIFY2(
-                head.startsWith(QByteArray(
-                    "CONNECT 127.0.0.1:" + QByteArray::number(m_server->port()) + " HTTP/1.1\r\n")),
+                head.startsWith(QByteArray("CONNECT api.ravelo.test:" +
+                                           QByteArray::number(m_server->port()) + " HTTP/1.1\r\n")),
                 head.constData());
             QVERIFY(!head.contains("sk-test"));
         }
@@ -387,12 +397,48 @@ private slots:
         environment.insert(QStringLiteral("http_proxy"),
                            QStringLiteral("http://127.0.0.1:") + QString::fromLatin1(port));
         environment.remove(QStringLiteral("no_proxy"));
+        preferences()->setString(Preferences::baseUrl, QStringLiteral("http://api.ravelo.test/v1"));
         const Result result =
             run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
         QCOMPARE(result.exitCode, 1);
         QVERIFY2(result.err.startsWith(
                      QByteArray("Error: The proxy 127.0.0.1:" + port + " refused the connection.")),
                  result.err.constData());
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    // https takes https_proxy, not http_proxy; TLS runs through the tunnel with the server
+    // itself, whose certificate this machine does not trust.
+    void httpsTakesTheHttpsProxy()
+    {
+        const auto pem = [](const char* name) {
+            QFile file(qEnvironmentVariable("RAVELO_FIXTURES_DIR") + QStringLiteral("/tls/") +
+                       QLatin1String(name));
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        };
+        m_server->encrypt(QSslCertificate(pem("server.pem")), QSslKey(pem("server.key"), QSsl::Ec));
+        ConnectProxy proxy;
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
+        const QString closedPort = QString::number(closed.serverPort());
+        closed.close();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("https_proxy"), proxy.address());
+        environment.insert(QStringLiteral("http_proxy"),
+                           QStringLiteral("http://127.0.0.1:") + closedPort);
+        environment.remove(QStringLiteral("no_proxy"));
+        const QByteArray server = "api.ravelo.test:" + QByteArray::number(m_server->port());
+        preferences()->setString(Preferences::baseUrl,
+                                 QStringLiteral("https://%1/v1").arg(QString::fromLatin1(server)));
+
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(proxy.heads().size(), 1);
+        QVERIFY(proxy.heads().first().startsWith(QByteArray("CONNECT " + server + ' ')));
+        QVERIFY2(result.err.startsWith(QByteArray("Error: A secure connection to " + server +
+                                                  " could not be established (TLS): ")),
+                 result.err.constData());
+        QCOMPARE(result.exitCode, 1);
         QVERIFY(m_server->requests().isEmpty());
     }
 
