@@ -312,7 +312,7 @@ void AppDelegate::runPrompt(const Prompt& prompt)
     m_appState->setIsLoading(true);
     m_appState->setResultText(QString());
 
-    ravelo::PromptRun* run = ravelo::PromptRun::start(*preferences, &m_network, prompt.systemPrompt,
+    ravelo::PromptRun* run = ravelo::PromptRun::start(*preferences, &m_runs, prompt.systemPrompt,
                                                       m_appState->clipboardText());
     m_currentRun = run;
     // A cancelled run reports nothing, so none of these reach the state after it.

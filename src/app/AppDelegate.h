@@ -5,7 +5,6 @@
 #include "onboarding/OnboardingWindow.h"
 #include "triggers/DoubleCopyDetector.h"
 
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
@@ -111,7 +110,7 @@ private:
     /// The last copy shortcut typed into one of Ravelo's own windows.
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastOwnCopyPress;
     QTimer m_clipboardDeadline;
-    QNetworkAccessManager m_network;
+    QObject m_runs; ///< owns the running requests
     QPointer<ravelo::PromptRun> m_currentRun;
     std::unique_ptr<QQmlEngine> m_engine;
     FloatingPanel* m_panel = nullptr;

@@ -26,6 +26,20 @@ QNetworkReply::NetworkError networkError(QAbstractSocket::SocketError code)
         return QNetworkReply::SslHandshakeFailedError;
     case QAbstractSocket::NetworkError:
         return QNetworkReply::TemporaryNetworkFailureError;
+    case QAbstractSocket::ProxyConnectionRefusedError:
+        return QNetworkReply::ProxyConnectionRefusedError;
+    case QAbstractSocket::ProxyConnectionClosedError:
+        return QNetworkReply::ProxyConnectionClosedError;
+    case QAbstractSocket::ProxyConnectionTimeoutError:
+        return QNetworkReply::ProxyTimeoutError;
+    case QAbstractSocket::ProxyNotFoundError:
+        return QNetworkReply::ProxyNotFoundError;
+    case QAbstractSocket::ProxyAuthenticationRequiredError:
+        return QNetworkReply::ProxyAuthenticationRequiredError;
+    case QAbstractSocket::ProxyProtocolError:
+        return QNetworkReply::UnknownProxyError;
+    case QAbstractSocket::SocketAccessError:
+        return QNetworkReply::ContentAccessDenied;
     default:
         return QNetworkReply::UnknownNetworkError;
     }
@@ -80,6 +94,13 @@ void CompletionStream::start(const QByteArray& request, std::chrono::millisecond
     connect(m_socket, &QAbstractSocket::errorOccurred, this, &CompletionStream::socketFailed);
     connect(m_socket, &QAbstractSocket::disconnected, this,
             [this] { socketFailed(QAbstractSocket::RemoteHostClosedError); });
+    // Through an HTTP proxy the socket opens a tunnel with CONNECT: the request, the key
+    // with it, goes through the tunnel, and TLS runs end to end with the server's name.
+    m_proxy = OpenAIClient::proxyFor(m_url);
+    m_socket->setProxy(m_proxy);
+    if (m_proxy.type() != QNetworkProxy::NoProxy) {
+        qCDebug(lcCompletion) << "through proxy" << OpenAIClient::proxyName(m_proxy);
+    }
     if (auto* socket = qobject_cast<QSslSocket*>(m_socket)) {
         socket->connectToHostEncrypted(m_url.host(), port);
     } else {
@@ -142,7 +163,13 @@ void CompletionStream::socketFailed(QAbstractSocket::SocketError code)
             }
             detail = reasons.join(QLatin1String("; "));
         }
-        transferFailed(OpenAIClient::transportError(networkError(code), m_url, detail));
+        const QNetworkReply::NetworkError error = networkError(code);
+        const bool proxyFailed = (error >= QNetworkReply::ProxyConnectionRefusedError &&
+                                  error <= QNetworkReply::UnknownProxyError) ||
+                                 error == QNetworkReply::ContentAccessDenied;
+        transferFailed(m_proxy.type() != QNetworkProxy::NoProxy && proxyFailed
+                           ? OpenAIClient::proxyError(error, m_proxy, m_url, detail)
+                           : OpenAIClient::transportError(error, m_url, detail));
         return;
     }
     readAvailable();

@@ -5,6 +5,7 @@
 #include "completion/SseEvent.h"
 
 #include <QAbstractSocket>
+#include <QNetworkProxy>
 #include <QObject>
 #include <QPointer>
 #include <QSslError>
@@ -58,6 +59,7 @@ private:
     void end(const std::optional<CompletionError>& error);
 
     QUrl m_url;
+    QNetworkProxy m_proxy;
     QByteArray m_request;
     QPointer<QAbstractSocket> m_socket;
     QTimer m_idle;

@@ -5,6 +5,7 @@
 #include "completion/OpenAIError.h"
 
 #include <QByteArray>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QString>
 #include <QUrl>
@@ -43,6 +44,16 @@ public:
     /// A readable account of a failed transfer to `url`.
     static TransportError transportError(QNetworkReply::NetworkError code, const QUrl& url,
                                          const QString& detail);
+    /// A readable account of a failure of `proxy` on the way to `url`.
+    static TransportError proxyError(QNetworkReply::NetworkError code, const QNetworkProxy& proxy,
+                                     const QUrl& url, const QString& detail);
+    /// The proxy the user's system names for `url` (http_proxy, https_proxy and no_proxy,
+    /// or the desktop's settings), or none; none for a server on this machine's loopback
+    /// ("localhost", 127.0.0.0/8, ::1). An HTTP proxy is only ever asked to open a
+    /// tunnel (CONNECT) to the server: the request itself goes through the tunnel.
+    static QNetworkProxy proxyFor(const QUrl& url);
+    /// "host:port" of a proxy, for messages; its credentials are left out.
+    static QString proxyName(const QNetworkProxy& proxy);
     /// A readable account of a response that ended before its end or arrived damaged.
     static TransportError responseError(const HttpResponseReader& response, const QUrl& url);
     /// "host:port" as the user wrote it, for messages.

@@ -1,4 +1,5 @@
 #include "ChatServer.h"
+#include "ConnectProxy.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"
 
@@ -8,7 +9,10 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QStandardPaths>
+#include <QTcpServer>
 #include <QTest>
 
 namespace {
@@ -43,9 +47,11 @@ private:
         QByteArray err;
     };
 
-    Result run(const QStringList& args, const QByteArray& input)
+    Result run(const QStringList& args, const QByteArray& input,
+               const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
     {
         QProcess process;
+        process.setProcessEnvironment(environment);
         process.start(qEnvironmentVariable("RAVELO_BINARY"), args);
         process.write(input);
         process.closeWriteChannel();
@@ -302,6 +308,138 @@ private slots:
         QCOMPARE(result.exitCode, 1);
         QCOMPARE(result.err,
                  "Error: HTTP " + QByteArray::number(status) + ": {\"error\":\"nope\"}\n");
+    }
+
+    void throughTheUsersProxy_data()
+    {
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("withCredentials");
+        QTest::addColumn<QString>("noProxy");
+        QTest::addColumn<QByteArray>("error");
+        const QString server = QStringLiteral("api.ravelo.test");
+        QTest::newRow("tunnel") << server << int(ConnectProxy::Mode::Tunnel) << false << QString()
+                                << QByteArray();
+        QTest::newRow("other hosts in no_proxy")
+            << server << int(ConnectProxy::Mode::Tunnel) << false
+            << QStringLiteral("localhost,example.com,ravelo.test.example") << QByteArray();
+        QTest::newRow("credentials in the proxy address")
+            << server << int(ConnectProxy::Mode::Credentials) << true << QString() << QByteArray();
+        QTest::newRow("refused") << server << int(ConnectProxy::Mode::Refuse) << false << QString()
+                                 << QByteArray("refused the connection to api.ravelo.test:");
+        QTest::newRow("credentials missing")
+            << server << int(ConnectProxy::Mode::Credentials) << false << QString()
+            << QByteArray("requires authentication. Put the user name and password");
+        QTest::newRow("loopback address")
+            << QStringLiteral("127.0.0.1") << int(ConnectProxy::Mode::Refuse) << false << QString()
+            << QByteArray();
+        QTest::newRow("localhost") << QStringLiteral("localhost") << int(ConnectProxy::Mode::Refuse)
+                                   << false << QString() << QByteArray();
+    }
+
+    // A user behind a proxy reaches the server through a tunnel the proxy opens; the key
+    // travels inside it, never in what the proxy reads. The proxy resolves the server's
+    // name, to this machine's loopback. A server on the loopback is always reached directly:
+    // the proxy's loopback is another machine's.
+    void throughTheUsersProxy()
+    {
+        QFETCH(QString, host);
+        QFETCH(int, mode);
+        QFETCH(bool, withCredentials);
+        QFETCH(QString, noProxy);
+        QFETCH(QByteArray, error);
+        ConnectProxy proxy(static_cast<ConnectProxy::Mode>(mode));
+        QUrl address(proxy.address());
+        if (!withCredentials) {
+            address.setUserInfo(QString());
+        }
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("http_proxy"), address.toString());
+        environment.insert(QStringLiteral("no_proxy"), noProxy);
+        preferences()->setString(Preferences::baseUrl,
+                                 QStringLiteral("http://%1:%2/v1").arg(host).arg(m_server->port()));
+        m_server->enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
+
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(proxy.heads().isEmpty(), !host.contains(QLatin1String("ravelo")));
+        for (const QByteArray& head : proxy.heads()) {
+            QVERIFY2(
+                head.startsWith(QByteArray("CONNECT api.ravelo.test:" +
+                                           QByteArray::number(m_server->port()) + " HTTP/1.1\r\n")),
+                head.constData());
+            QVERIFY(!head.contains("sk-test"));
+        }
+        if (error.isEmpty()) {
+            QCOMPARE(result.err, QByteArray());
+            QCOMPARE(result.out, QByteArray("Hi"));
+            QCOMPARE(result.exitCode, 0);
+            QCOMPARE(m_server->requests().size(), 1);
+            QCOMPARE(m_server->requests().first().header("Authorization"), "Bearer sk-test");
+        } else {
+            QVERIFY2(result.err.startsWith(QByteArray(
+                         "Error: The proxy 127.0.0.1:" + QByteArray::number(proxy.port()) + ' ')) &&
+                         result.err.contains(error),
+                     result.err.constData());
+            QVERIFY(!result.err.contains(ConnectProxy::password));
+            QCOMPARE(result.exitCode, 1);
+            QVERIFY(m_server->requests().isEmpty());
+        }
+    }
+
+    void proxyThatIsNotRunning()
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+        const QByteArray port = QByteArray::number(probe.serverPort());
+        probe.close();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("http_proxy"),
+                           QStringLiteral("http://127.0.0.1:") + QString::fromLatin1(port));
+        environment.remove(QStringLiteral("no_proxy"));
+        preferences()->setString(Preferences::baseUrl, QStringLiteral("http://api.ravelo.test/v1"));
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.startsWith(
+                     QByteArray("Error: The proxy 127.0.0.1:" + port + " refused the connection.")),
+                 result.err.constData());
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    // https takes https_proxy, not http_proxy; TLS runs through the tunnel with the server
+    // itself, whose certificate this machine does not trust.
+    void httpsTakesTheHttpsProxy()
+    {
+        const auto pem = [](const char* name) {
+            QFile file(qEnvironmentVariable("RAVELO_FIXTURES_DIR") + QStringLiteral("/tls/") +
+                       QLatin1String(name));
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        };
+        m_server->encrypt(QSslCertificate(pem("server.pem")), QSslKey(pem("server.key"), QSsl::Ec));
+        ConnectProxy proxy;
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
+        const QString closedPort = QString::number(closed.serverPort());
+        closed.close();
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("https_proxy"), proxy.address());
+        environment.insert(QStringLiteral("http_proxy"),
+                           QStringLiteral("http://127.0.0.1:") + closedPort);
+        environment.remove(QStringLiteral("no_proxy"));
+        const QByteArray server = "api.ravelo.test:" + QByteArray::number(m_server->port());
+        preferences()->setString(Preferences::baseUrl,
+                                 QStringLiteral("https://%1/v1").arg(QString::fromLatin1(server)));
+
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(proxy.heads().size(), 1);
+        QVERIFY(proxy.heads().first().startsWith(QByteArray("CONNECT " + server + ' ')));
+        QVERIFY2(result.err.startsWith(QByteArray("Error: A secure connection to " + server +
+                                                  " could not be established (TLS): ")),
+                 result.err.constData());
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(m_server->requests().isEmpty());
     }
 
     // Server text drives no terminal: no retitling, no colours, no cursor moves.

@@ -2,9 +2,14 @@
 
 #include <QHostAddress>
 #include <QPointer>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
+
+#include <optional>
 
 #include <sys/socket.h>
 
@@ -17,6 +22,29 @@ struct ChatServer::Connection {
 };
 
 namespace {
+
+class TlsCapableServer : public QTcpServer {
+public:
+    using QTcpServer::QTcpServer;
+    std::optional<QSslConfiguration> tls;
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        if (!tls) {
+            QTcpServer::incomingConnection(descriptor);
+            return;
+        }
+        auto* socket = new QSslSocket(this);
+        if (!socket->setSocketDescriptor(descriptor)) {
+            delete socket;
+            return;
+        }
+        socket->setSslConfiguration(*tls);
+        addPendingConnection(socket);
+        socket->startServerEncryption();
+    }
+};
 
 QByteArray reasonPhrase(int status)
 {
@@ -115,7 +143,7 @@ bool RecordedRequest::hasHeader(const QByteArray& name) const
 
 ChatServer::ChatServer(QObject* parent)
     : QObject(parent)
-    , m_server(new QTcpServer(this))
+    , m_server(new TlsCapableServer(this))
 {
     if (!m_server->listen(QHostAddress::LocalHost, 0)) {
         qFatal("ChatServer cannot listen: %s", qPrintable(m_server->errorString()));
@@ -132,7 +160,19 @@ quint16 ChatServer::port() const
 
 QString ChatServer::baseUrl() const
 {
-    return QStringLiteral("http://127.0.0.1:%1/v1").arg(port());
+    const bool encrypted = static_cast<TlsCapableServer*>(m_server)->tls.has_value();
+    return QStringLiteral("%1://127.0.0.1:%2/v1")
+        .arg(encrypted ? QLatin1String("https") : QLatin1String("http"))
+        .arg(port());
+}
+
+void ChatServer::encrypt(const QSslCertificate& certificate, const QSslKey& key)
+{
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setLocalCertificate(certificate);
+    tls.setPrivateKey(key);
+    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    static_cast<TlsCapableServer*>(m_server)->tls = tls;
 }
 
 void ChatServer::enqueue(const ChatResponse& response)

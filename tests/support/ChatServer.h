@@ -7,6 +7,8 @@
 #include <QPair>
 #include <QString>
 
+class QSslCertificate;
+class QSslKey;
 class QTcpServer;
 class QTcpSocket;
 
@@ -70,8 +72,11 @@ public:
     ~ChatServer() override;
 
     quint16 port() const;
-    /// "http://127.0.0.1:PORT/v1", to be stored as the base address.
+    /// "http://127.0.0.1:PORT/v1" ("https" once encrypted), to be stored as the base address.
     QString baseUrl() const;
+    /// Every later connection is TLS with this certificate; one the client rejects is
+    /// recorded nowhere.
+    void encrypt(const QSslCertificate& certificate, const QSslKey& key);
 
     void enqueue(const ChatResponse& response);
     const QList<RecordedRequest>& requests() const { return m_requests; }
