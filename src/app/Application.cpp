@@ -8,12 +8,55 @@
 #include "model/PreferenceStore.h"
 
 #include <QApplication>
+#include <QSocketNotifier>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace ravelo {
+namespace {
 
-int runApplication(int argc, char* argv[])
+// SIGTERM and SIGINT only write a byte here; the event loop reads it and quits, so the
+// instance socket is closed and removed as on any other way out.
+int signalPipe[2] = {-1, -1};
+
+void writeSignalByte(int)
+{
+    const int savedErrno = errno;
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+    errno = savedErrno;
+}
+
+bool quitOnTerminationSignals(QObject* parent)
+{
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return false;
+    }
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, parent);
+    QObject::connect(notifier, &QSocketNotifier::activated, parent, [] {
+        char bytes[16];
+        while (::read(signalPipe[0], bytes, sizeof bytes) > 0) {
+        }
+        qCDebug(lcApp, "Quitting on a termination signal");
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = writeSignalByte;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    return ::sigaction(SIGTERM, &action, nullptr) == 0 &&
+           ::sigaction(SIGINT, &action, nullptr) == 0;
+}
+
+} // namespace
+
+int runApplication(int argc, char* argv[], StartAction action)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
@@ -22,15 +65,31 @@ int runApplication(int argc, char* argv[])
             stderr);
         return 1;
     }
-    // A second start only hands over to the instance already running.
+
+    // Takes Qt's own options (-platform, -style, …) off the command line.
+    QApplication app(argc, argv);
+    QStringList rest = QCoreApplication::arguments().mid(1);
+    if (action == StartAction::OpenPreferences) {
+        rest.removeFirst();
+    }
+    if (!rest.isEmpty()) {
+        std::fprintf(stderr, "ravelo: unknown option '%s' (see ravelo --help)\n",
+                     qPrintable(rest.first()));
+        return 2;
+    }
+
+    // A second start only hands over to the instance already running, which opens its
+    // preferences.
     if (SingleInstance::send(SingleInstance::Request::Activate)) {
         return 0;
     }
 
-    QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Ravelo"));
     QApplication::setApplicationName(QStringLiteral("Ravelo"));
     QApplication::setApplicationVersion(QStringLiteral(RAVELO_VERSION));
+    // Docks and task switchers find the desktop entry, and with it the icon, by this name.
+    QGuiApplication::setDesktopFileName(QStringLiteral("ravelo"));
+    QApplication::setWindowIcon(RaveloApp::icon());
     QApplication::setQuitOnLastWindowClosed(false);
 
     SingleInstance instance;
@@ -41,6 +100,11 @@ int runApplication(int argc, char* argv[])
         }
         qCWarning(lcApp, "Running without the instance socket: \"ravelo trigger\" cannot "
                          "reach this instance.");
+    }
+    QObject::connect(&instance, &SingleInstance::quitRequested, &app, &QCoreApplication::quit,
+                     Qt::QueuedConnection);
+    if (!quitOnTerminationSignals(&app)) {
+        qCWarning(lcApp, "Cannot catch SIGTERM and SIGINT: %s", std::strerror(errno));
     }
 
     PreferenceStore preferences;
@@ -54,6 +118,9 @@ int runApplication(int argc, char* argv[])
                      &AppDelegate::handleTrigger, Qt::QueuedConnection);
 
     delegate->applicationDidFinishLaunching();
+    if (action == StartAction::OpenPreferences) {
+        delegate->openSettings();
+    }
     return app.exec();
 }
 

@@ -2,7 +2,10 @@
 
 namespace ravelo {
 
-/// Starts the tray application, or hands over to the instance already running.
-int runApplication(int argc, char* argv[]);
+enum class StartAction { None, OpenPreferences };
+
+/// Starts the tray application, or hands over to the instance already running. Qt's
+/// standard options are taken from the command line; "preferences" may precede them.
+int runApplication(int argc, char* argv[], StartAction action);
 
 } // namespace ravelo

@@ -15,15 +15,23 @@ constexpr const char* usageText =
     "Usage:\n"
     "  ravelo                        start Ravelo in the tray (or open the preferences\n"
     "                                of the instance that is already running)\n"
+    "  ravelo preferences            open the preferences of the running instance, or\n"
+    "                                start Ravelo and open them\n"
+    "  ravelo quit                   quit the running instance\n"
     "  ravelo run N                  run prompt number N on the text read from standard\n"
     "                                input and print the answer as it streams in\n"
     "  ravelo run --custom TEXT      run TEXT as a one-off instruction the same way\n"
     "  ravelo trigger                open the quick panel of the running instance, as a\n"
     "                                double copy would (bind this to a desktop shortcut)\n"
+    "  ravelo --version              show the version\n"
     "  ravelo --help                 show this help\n"
     "\n"
+    "Starting Ravelo (with or without \"preferences\") also accepts Qt's standard options,\n"
+    "such as -platform xcb or -style Fusion.\n"
+    "\n"
     "Exit status of run: 0 when the answer arrived, 1 when the request failed,\n"
-    "2 when no prompt has that number or no API key is set.\n";
+    "2 when no prompt has that number or no API key is set.\n"
+    "Exit status of trigger and quit: 1 when Ravelo is not running.\n";
 
 } // namespace
 
@@ -35,17 +43,29 @@ int main(int argc, char* argv[])
         std::fputs(usageText, stdout);
         return 0;
     }
+    if (command == QLatin1String("--version")) {
+        std::puts("Ravelo " RAVELO_VERSION);
+        return 0;
+    }
     if (command == QLatin1String("run")) {
         return runCommand(argc, argv);
     }
     if (command == QLatin1String("trigger")) {
         return triggerCommand(argc, argv);
     }
-    if (!command.isEmpty()) {
+    if (command == QLatin1String("quit")) {
+        return quitCommand(argc, argv);
+    }
+    if (command == QLatin1String("preferences")) {
+        return runApplication(argc, argv, StartAction::OpenPreferences);
+    }
+    // Anything else starting with a dash is left to Qt's own options; the application
+    // rejects what Qt does not know.
+    if (!command.isEmpty() && !command.startsWith(QLatin1Char('-'))) {
         std::fprintf(stderr, "ravelo: unknown command '%s'\n\n%s", argv[1], usageText);
         return 2;
     }
-    return runApplication(argc, argv);
+    return runApplication(argc, argv, StartAction::None);
 }
 
 } // namespace ravelo

@@ -35,8 +35,9 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
 
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
         std::fputs("Ravelo: this desktop shows no tray icons yet; the bolt appears as soon as a "
-                   "tray starts. Meanwhile start \"ravelo\" again to open its preferences; "
-                   "\"ravelo trigger\" opens the panel.\n",
+                   "tray starts. Meanwhile \"ravelo preferences\" (or starting Ravelo again) "
+                   "opens its preferences, \"ravelo trigger\" the panel, and \"ravelo quit\" "
+                   "quits it.\n",
                    stderr);
     }
     m_trayIcon = new QSystemTrayIcon(icon(), this);
@@ -75,5 +76,8 @@ bool RaveloApp::eventFilter(QObject* watched, QEvent* event)
 
 QIcon RaveloApp::icon()
 {
-    return QIcon(QStringLiteral(":/Ravelo/app/icons/ravelo.svg"));
+    // By name from the icon theme, so that the tray gets an icon name and themes can draw
+    // their own bolt; the bundled one where the theme has none.
+    return QIcon::fromTheme(QStringLiteral("ravelo"),
+                            QIcon(QStringLiteral(":/Ravelo/app/icons/ravelo.svg")));
 }

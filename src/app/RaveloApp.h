@@ -24,7 +24,8 @@ public:
     /// later (a panel still starting at login) takes it.
     QSystemTrayIcon* trayIcon() const { return m_trayIcon; }
 
-    /// The bolt, drawn from its SVG at every size the tray asks for.
+    /// The bolt of the tray and of every window: the icon theme's "ravelo", else the
+    /// bundled SVG drawn at every size asked for.
     static QIcon icon();
 
 protected:

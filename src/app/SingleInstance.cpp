@@ -16,6 +16,7 @@ namespace {
 
 constexpr QByteArrayView activateLine = "activate\n";
 constexpr QByteArrayView triggerLine = "trigger\n";
+constexpr QByteArrayView quitLine = "quit\n";
 constexpr QByteArrayView acceptedLine = "ok\n";
 // No request is longer; a peer that sends more without a line break is not Ravelo.
 constexpr qint64 maxRequestLength = 64;
@@ -47,7 +48,9 @@ bool SingleInstance::send(Request request, int timeoutMs)
     if (!socket.waitForConnected(timeoutMs)) {
         return false;
     }
-    const QByteArrayView line = request == Request::Trigger ? triggerLine : activateLine;
+    const QByteArrayView line = request == Request::Trigger ? triggerLine
+                                : request == Request::Quit  ? quitLine
+                                                            : activateLine;
     socket.write(line.data(), line.size());
     if (!socket.waitForBytesWritten(timeoutMs)) {
         return false;
@@ -57,7 +60,13 @@ bool SingleInstance::send(Request request, int timeoutMs)
             return false;
         }
     }
-    return socket.readLine(maxRequestLength) == acceptedLine;
+    if (socket.readLine(maxRequestLength) != acceptedLine) {
+        return false;
+    }
+    if (request == Request::Quit && socket.state() == QLocalSocket::ConnectedState) {
+        socket.waitForDisconnected(timeoutMs);
+    }
+    return true;
 }
 
 bool SingleInstance::listen()
@@ -123,13 +132,19 @@ void SingleInstance::readRequest(QLocalSocket* socket)
     const QByteArray line = socket->readLine(maxRequestLength);
     const bool trigger = line == triggerLine;
     const bool activate = line == activateLine;
-    if (!trigger && !activate) {
+    const bool quit = line == quitLine;
+    if (!trigger && !activate && !quit) {
         qCDebug(lcApp, "Unknown request on the instance socket");
         socket->abort();
         return;
     }
     socket->write(acceptedLine.data(), acceptedLine.size());
     socket->flush();
+    if (quit) {
+        qCDebug(lcApp, "Quit requested through the instance socket");
+        emit quitRequested();
+        return;
+    }
     socket->disconnectFromServer();
     if (trigger) {
         qCDebug(lcApp, "Trigger requested through the instance socket");

@@ -13,7 +13,7 @@ class SingleInstance : public QObject {
     Q_OBJECT
 
 public:
-    enum class Request { Activate, Trigger };
+    enum class Request { Activate, Trigger, Quit };
 
     explicit SingleInstance(QObject* parent = nullptr);
     ~SingleInstance() override;
@@ -23,7 +23,8 @@ public:
     static QString socketName();
 
     /// Hands the request to the running instance. True once it has confirmed it; false
-    /// when no instance answers within `timeoutMs`.
+    /// when no instance answers within `timeoutMs`. A quit request also waits (as long
+    /// again) until the instance has closed its socket.
     static bool send(Request request, int timeoutMs = 3000);
 
     /// Starts listening. False when another instance already answers on the socket; a
@@ -36,6 +37,8 @@ signals:
     void activationRequested();
     /// `ravelo trigger` asks for what a double copy does.
     void triggerRequested();
+    /// `ravelo quit`. The connection stays open until this instance is gone.
+    void quitRequested();
 
 private:
     void acceptConnections();

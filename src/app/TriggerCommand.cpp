@@ -7,19 +7,32 @@
 #include <cstdio>
 
 namespace ravelo {
+namespace {
 
-int triggerCommand(int argc, char* argv[])
+int sendToInstance(int argc, char* argv[], const char* name, SingleInstance::Request request)
 {
     QCoreApplication app(argc, argv);
     if (argc > 2) {
-        std::fputs("ravelo trigger: takes no arguments\n", stderr);
+        std::fprintf(stderr, "ravelo %s: takes no arguments\n", name);
         return 2;
     }
-    if (SingleInstance::send(SingleInstance::Request::Trigger)) {
+    if (SingleInstance::send(request)) {
         return 0;
     }
     std::fputs("Ravelo is not running.\n", stderr);
     return 1;
+}
+
+} // namespace
+
+int triggerCommand(int argc, char* argv[])
+{
+    return sendToInstance(argc, argv, "trigger", SingleInstance::Request::Trigger);
+}
+
+int quitCommand(int argc, char* argv[])
+{
+    return sendToInstance(argc, argv, "quit", SingleInstance::Request::Quit);
 }
 
 } // namespace ravelo

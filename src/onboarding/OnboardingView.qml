@@ -10,6 +10,8 @@ WindowPane {
 
     // Asks for the Accessibility permission; null where the permission is automatic.
     property var trust: null
+    // The desktop shows tray icons, so the last page can point at the bolt.
+    property bool trayAvailable: true
     // Milliseconds between the checks that follow a permission request.
     property int checkInterval: 1000
     readonly property alias flow: flow
@@ -83,6 +85,7 @@ WindowPane {
                 flow: flow
                 PermissionPage {
                     flow: flow
+                    trayAvailable: root.trayAvailable
                 }
             }
         }

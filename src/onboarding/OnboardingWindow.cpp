@@ -7,6 +7,7 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
+#include <QSystemTrayIcon>
 
 Q_LOGGING_CATEGORY(lcOnboarding, "ravelo.onboarding")
 
@@ -55,7 +56,8 @@ void OnboardingWindow::show()
          contentSize,
          u"qrc:/Ravelo/onboarding/OnboardingView.qml"_s,
          {{u"trust"_s, QVariant::fromValue<QObject*>(m_trust.data())},
-          {u"checkInterval"_s, m_checkInterval}}},
+          {u"checkInterval"_s, m_checkInterval},
+          {u"trayAvailable"_s, QSystemTrayIcon::isSystemTrayAvailable()}}},
         lcOnboarding());
     if (QQuickItem* root = m_view->rootObject()) {
         connect(root, SIGNAL(completed()), this, SIGNAL(completed()));

@@ -8,6 +8,8 @@ ColumnLayout {
 
     required property OnboardingFlow flow
     readonly property bool granted: flow.accessibilityGranted
+    // Without a tray there is no bolt to look for: starting Ravelo again reaches it.
+    property bool trayAvailable: true
 
     width: parent ? parent.width : implicitWidth
     spacing: 20
@@ -30,11 +32,14 @@ ColumnLayout {
         visible: page.granted
         Layout.alignment: Qt.AlignHCenter
         horizontalAlignment: Text.AlignHCenter
-        text: "Ravelo is ready to go.\nLook for the bolt icon in your menu bar."
+        objectName: "readyText"
+        text: page.trayAvailable
+              ? "Ravelo is ready to go.\nLook for the bolt icon in your tray."
+              : "Ravelo is ready to go.\nThis desktop shows no tray, so there is no bolt icon."
         color: SettingsStyle.secondary(palette.windowText)
     }
     Pane {
-        objectName: "menuBarHint"
+        objectName: "trayHint"
         visible: page.granted
         Layout.alignment: Qt.AlignHCenter
         Layout.topMargin: 8
@@ -54,12 +59,15 @@ ColumnLayout {
             ColumnLayout {
                 spacing: 2
                 Label {
-                    text: "Find Ravelo in your menu bar"
+                    text: page.trayAvailable ? "Find Ravelo in your tray"
+                                             : "Start Ravelo again for Preferences"
                     font.pixelSize: SettingsStyle.callout
                     font.weight: Font.Medium
                 }
                 Label {
-                    text: "Click the bolt icon for Preferences or to quit."
+                    text: page.trayAvailable
+                          ? "Click the bolt icon for Preferences or to quit."
+                          : "Or run \"ravelo preferences\"; \"ravelo quit\" quits Ravelo."
                     font.pixelSize: SettingsStyle.caption
                     color: SettingsStyle.secondary(palette.windowText)
                 }

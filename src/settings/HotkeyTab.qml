@@ -3,14 +3,16 @@ import QtQuick.Layouts
 import QtQuick.Controls.Fusion
 import Ravelo
 
-// The triggers: double copy on or off, the recorded global hotkey, and the request for
-// the Accessibility permission.
+// The triggers: double copy on or off, the recorded global hotkey, and, where the system
+// has such a permission and Ravelo lacks it, the request for the Accessibility permission.
 Item {
     id: tab
 
     // Asks for the Accessibility permission; null where the permission is automatic.
     property var trust: null
     readonly property string copyKeys: KeyNames.shortcut("\u2318C")
+    // X11 has no such permission: its trust is always granted, and nothing is asked for.
+    readonly property bool permissionMissing: trust !== null && !trust.isTrusted()
 
     HotkeySettings {
         id: settings
@@ -37,8 +39,9 @@ Item {
                 onToggled: settings.useDoubleCopy = checked
             }
             SettingsCaption {
-                text: "Press " + tab.copyKeys
-                      + " twice quickly to open the Ravelo panel. Requires Accessibility permission."
+                objectName: "doubleCopyCaption"
+                text: "Press " + tab.copyKeys + " twice quickly to open the Ravelo panel."
+                      + (tab.permissionMissing ? " Requires Accessibility permission." : "")
             }
         }
 
@@ -91,6 +94,7 @@ Item {
         }
 
         FormSection {
+            visible: tab.permissionMissing
             Layout.fillWidth: true
 
             Button {

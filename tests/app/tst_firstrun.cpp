@@ -32,6 +32,19 @@ private:
                       : nullptr;
     }
 
+    // Every text shown in the window, one per line.
+    static QString shownTexts(const QQuickItem* item)
+    {
+        if (!item || !item->isVisible()) {
+            return {};
+        }
+        QString texts = item->property("text").toString() + QLatin1Char('\n');
+        for (const QQuickItem* child : item->childItems()) {
+            texts += shownTexts(child);
+        }
+        return texts;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -71,6 +84,17 @@ private slots:
         // The first write already arms the triggers.
         QVERIFY(delegate.hotkeyManager()->isDoubleCopyMonitorActive());
         QVERIFY(DesktopSession::key(QStringLiteral("Return")));
+
+        // The last page: X11 has no permission to grant, and this desktop has no tray, so
+        // it says how to reach Ravelo instead of pointing at a bolt.
+        QTRY_VERIFY(DesktopSession::findItemWithText(walkthrough->contentItem(),
+                                                     QStringLiteral("You're All Set!")));
+        QTRY_VERIFY(DesktopSession::findItemWithText(
+            walkthrough->contentItem(),
+            QStringLiteral("Or run \"ravelo preferences\"; \"ravelo quit\" quits Ravelo.")));
+        const QString lastPage = shownTexts(walkthrough->contentItem());
+        QVERIFY2(!lastPage.contains(QLatin1String("menu bar")), qPrintable(lastPage));
+        QVERIFY2(!lastPage.contains(QLatin1String("Accessibility")), qPrintable(lastPage));
         QVERIFY(DesktopSession::key(QStringLiteral("Return")));
         QTRY_VERIFY(!delegate.onboardingWindow());
         QVERIFY(preferences.boolean(Preferences::hasCompletedOnboarding));
@@ -94,6 +118,14 @@ private slots:
         QQuickWindow* settings = delegate.settingsWindow()->window();
         QVERIFY(QTest::qWaitForWindowExposed(settings));
         QCOMPARE(settings->title(), QStringLiteral("Ravelo Preferences"));
+
+        // Hotkey tab: no permission to ask for on X11.
+        find(settings, "tabs")->setProperty("currentIndex", 2);
+        QTRY_VERIFY(DesktopSession::findItemWithText(
+            settings->contentItem(), QStringLiteral("Press Ctrl+C twice quickly to open the "
+                                                    "Ravelo panel.")));
+        const QString hotkeyTab = shownTexts(settings->contentItem());
+        QVERIFY2(!hotkeyTab.contains(QLatin1String("Accessibility")), qPrintable(hotkeyTab));
 
         // Prompts tab: the first prompt gets a new title.
         find(settings, "tabs")->setProperty("currentIndex", 1);

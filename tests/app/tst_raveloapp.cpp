@@ -3,13 +3,18 @@
 #include "app/AppState.h"
 #include "app/RaveloApp.h"
 #include "model/PreferenceStore.h"
+#include "onboarding/OnboardingFlow.h"
+#include "onboarding/OnboardingWindow.h"
 #include "settings/SettingsWindow.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
@@ -55,12 +60,28 @@ private:
     }
 
     DesktopSession m_desktop;
+    QTemporaryDir m_iconTheme;
     std::unique_ptr<PreferenceStore> m_preferences;
     std::unique_ptr<AppState> m_state;
     std::unique_ptr<RaveloApp> m_app;
 
 private slots:
-    void initTestCase() { QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb")); }
+    void initTestCase()
+    {
+        QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+        // An icon theme laid out as the installation lays it out.
+        QVERIFY(m_iconTheme.isValid());
+        const QDir hicolor(m_iconTheme.filePath(QStringLiteral("hicolor")));
+        QVERIFY(hicolor.mkpath(QStringLiteral("scalable/apps")));
+        QFile index(hicolor.filePath(QStringLiteral("index.theme")));
+        QVERIFY(index.open(QIODevice::WriteOnly));
+        index.write("[Icon Theme]\nName=Hicolor\nDirectories=scalable/apps\n\n"
+                    "[scalable/apps]\nSize=48\nMinSize=8\nMaxSize=512\nType=Scalable\n");
+        index.close();
+        QVERIFY(QFile::copy(QStringLiteral(":/Ravelo/app/icons/ravelo.svg"),
+                            hicolor.filePath(QStringLiteral("scalable/apps/ravelo.svg"))));
+        QIcon::setThemeSearchPaths({m_iconTheme.path()});
+    }
 
     void init()
     {
@@ -157,6 +178,27 @@ private slots:
         QCOMPARE(m_desktop.trayIcons().size(), 1);
         QVERIFY(m_app->trayIcon());
         QVERIFY(!m_app->trayIcon()->geometry().isEmpty());
+    }
+
+    // The tray item names its icon, so that the tray and the icon theme can draw their own;
+    // the walkthrough's last page points at it.
+    void trayIconComesFromTheThemeByName()
+    {
+        QVERIFY(m_desktop.startTray());
+        QTRY_VERIFY_WITH_TIMEOUT(QSystemTrayIcon::isSystemTrayAvailable(), 10000);
+        QCOMPARE(m_app->trayIcon()->icon().name(), QStringLiteral("ravelo"));
+
+        m_app->appDelegate()->showOnboarding();
+        QQuickWindow* walkthrough = m_app->appDelegate()->onboardingWindow()->window();
+        QVERIFY(QTest::qWaitForWindowExposed(walkthrough));
+        auto* flow = walkthrough->contentItem()->findChild<OnboardingFlow*>();
+        QVERIFY(flow);
+        flow->setCurrentStep(3);
+        QTRY_VERIFY(DesktopSession::findItemWithText(
+            walkthrough->contentItem(),
+            QStringLiteral("Ravelo is ready to go.\nLook for the bolt icon in your tray.")));
+        QVERIFY(DesktopSession::findItemWithText(walkthrough->contentItem(),
+                                                 QStringLiteral("Find Ravelo in your tray")));
     }
 
     // The real program: its icon clicked in the tray, then Ctrl+Q in the menu that opens.

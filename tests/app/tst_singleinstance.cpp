@@ -10,6 +10,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <csignal>
+
 namespace {
 
 QString binary()
@@ -31,6 +33,7 @@ private:
     struct Result {
         int exitCode = -1;
         QByteArray err;
+        QByteArray out;
     };
 
     // Runs a short command while this process's event loop keeps turning: it owns the
@@ -46,7 +49,7 @@ private:
             return {};
         }
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardError()};
+                process.readAllStandardError(), process.readAllStandardOutput()};
     }
 
     // Everything the running instance has logged so far contains `text`.
@@ -60,7 +63,7 @@ private:
             10000);
     }
 
-    void startApp()
+    void startApp(const QStringList& arguments = {})
     {
         m_appLog.clear();
         m_app = std::make_unique<QProcess>();
@@ -68,7 +71,7 @@ private:
         environment.insert(QStringLiteral("QT_LOGGING_RULES"),
                            QStringLiteral("ravelo.app.debug=true"));
         m_app->setProcessEnvironment(environment);
-        m_app->start(binary(), {});
+        m_app->start(binary(), arguments);
         QVERIFY(m_app->waitForStarted());
         QVERIFY2(appLogged("Listening on"), m_appLog.constData());
     }
@@ -105,11 +108,121 @@ private slots:
 
     void cleanup() { stopApp(); }
 
-    void triggerWithoutInstanceSaysSo()
+    // The instance has ended on its own, normally, and its socket is gone with it.
+    bool appEndedCleanly()
     {
-        const Result result = run({QStringLiteral("trigger")});
+        if (!QTest::qWaitFor([this] { return m_app->state() == QProcess::NotRunning; }, 10000)) {
+            return false;
+        }
+        return m_app->exitStatus() == QProcess::NormalExit && m_app->exitCode() == 0 &&
+               !QFile::exists(SingleInstance::socketName());
+    }
+
+    // The X window with this exact title, as `xprop -id` takes it; empty while there is none.
+    static QString windowNamed(const QString& title)
+    {
+        QProcess search;
+        search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"),
+                                                 QLatin1Char('^') + title + QLatin1Char('$')});
+        search.waitForFinished();
+        return QString::fromLatin1(search.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0);
+    }
+
+    void commandsWithoutInstanceSaySo_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("trigger") << QStringLiteral("trigger");
+        QTest::newRow("quit") << QStringLiteral("quit");
+    }
+
+    void commandsWithoutInstanceSaySo()
+    {
+        QFETCH(QString, command);
+        const Result result = run({command});
         QCOMPARE(result.exitCode, 1);
         QVERIFY2(result.err.contains("Ravelo is not running."), result.err.constData());
+        QCOMPARE(run({command, QStringLiteral("extra")}).exitCode, 2);
+    }
+
+    void versionAndHelp()
+    {
+        const Result version = run({QStringLiteral("--version")});
+        QCOMPARE(version.exitCode, 0);
+        QCOMPARE(version.out, QByteArray("Ravelo " RAVELO_VERSION "\n"));
+
+        const Result help = run({QStringLiteral("--help")});
+        QCOMPARE(help.exitCode, 0);
+        for (const char* line :
+             {"  ravelo preferences ", "  ravelo quit ", "  ravelo --version "}) {
+            QVERIFY2(help.out.contains(line), line);
+        }
+    }
+
+    void quitEndsTheRunningInstance()
+    {
+        startApp();
+        const Result result = run({QStringLiteral("quit")});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.err, QByteArray());
+        QVERIFY2(appEndedCleanly(), m_appLog.constData());
+        QCOMPARE(run({QStringLiteral("quit")}).exitCode, 1);
+    }
+
+    void terminationSignalsQuitCleanly_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+    }
+
+    void terminationSignalsQuitCleanly()
+    {
+        QFETCH(int, signal);
+        startApp();
+        QVERIFY(QFile::exists(SingleInstance::socketName()));
+        QCOMPARE(::kill(pid_t(m_app->processId()), signal), 0);
+        QVERIFY2(appEndedCleanly(), m_appLog.constData());
+        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 1);
+    }
+
+    void preferencesStartsRaveloOrHandsOver()
+    {
+        startApp({QStringLiteral("preferences")});
+        QVERIFY2(appLogged("Preferences requested"), m_appLog.constData());
+
+        // The window carries Ravelo's icon and the name of its desktop entry.
+        QString window;
+        QVERIFY(QTest::qWaitFor(
+            [&] { return !(window = windowNamed(QStringLiteral("Ravelo Preferences"))).isEmpty(); },
+            10000));
+        QProcess xprop;
+        xprop.start(QStringLiteral("xprop"),
+                    {QStringLiteral("-id"), window, QStringLiteral("WM_CLASS"),
+                     QStringLiteral("_NET_WM_ICON")});
+        QVERIFY(xprop.waitForFinished());
+        const QByteArray properties = xprop.readAllStandardOutput();
+        QVERIFY2(properties.contains("WM_CLASS(STRING) = \"ravelo\", \"Ravelo\""),
+                 properties.constData());
+        QVERIFY2(properties.contains("_NET_WM_ICON(CARDINAL) = "), properties.constData());
+
+        m_appLog.clear();
+        QCOMPARE(run({QStringLiteral("preferences")}).exitCode, 0);
+        QVERIFY2(appLogged("Preferences requested"), m_appLog.constData());
+        QVERIFY(m_app->state() == QProcess::Running);
+    }
+
+    void qtOptionsAreAccepted()
+    {
+        const Result unknown = run({QStringLiteral("--no-such-option")});
+        QCOMPARE(unknown.exitCode, 2);
+        QVERIFY2(unknown.err.contains("unknown option '--no-such-option'"),
+                 unknown.err.constData());
+        QVERIFY(!QFile::exists(SingleInstance::socketName()));
+
+        startApp({QStringLiteral("-platform"), QStringLiteral("xcb"), QStringLiteral("-style"),
+                  QStringLiteral("Fusion")});
+        QCOMPARE(run({QStringLiteral("quit")}).exitCode, 0);
+        QVERIFY2(appEndedCleanly(), m_appLog.constData());
     }
 
     void triggerReachesTheRunningInstance()

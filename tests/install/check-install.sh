@@ -20,6 +20,7 @@ expected=(
     bin/ravelo
     share/applications/ravelo.desktop
     share/icons/hicolor/scalable/apps/ravelo.svg
+    share/icons/hicolor/scalable/apps/ravelo-symbolic.svg
     share/metainfo/io.github.ravelo.Ravelo.metainfo.xml
     share/man/man1/ravelo.1.gz
     share/doc/ravelo/copyright
@@ -47,6 +48,11 @@ for size in "${sizes[@]}"; do
         fail "$png: $(file -b "$png")"
 done
 file -b share/icons/hicolor/scalable/apps/ravelo.svg | grep -q SVG || fail "ravelo.svg is no SVG"
+# The symbolic bolt is one SVG in one colour, so that it can be recoloured.
+symbolic=share/icons/hicolor/scalable/apps/ravelo-symbolic.svg
+file -b "$symbolic" | grep -q SVG || fail "ravelo-symbolic.svg is no SVG"
+[ "$(grep -oiE '#[0-9a-f]{6}\b' "$symbolic" | sort -u | wc -l)" = 1 ] ||
+    fail "ravelo-symbolic.svg has more than one colour"
 
 # The desktop entry starts Ravelo from the menu without a terminal.
 desktop=share/applications/ravelo.desktop

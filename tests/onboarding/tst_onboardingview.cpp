@@ -199,7 +199,7 @@ void TestOnboardingView::automaticTrustShowsAllSetAtOnce()
     flowOf(view.get())->setCurrentStep(3);
     QCOMPARE(findItem(view.get(), "permissionTitle")->property("text").toString(),
              u"You're All Set!"_s);
-    QVERIFY(findItem(view.get(), "menuBarHint")->isVisible());
+    QVERIFY(findItem(view.get(), "trayHint")->isVisible());
     QVERIFY(!findItem(view.get(), "grantButton")->isVisible());
 }
 

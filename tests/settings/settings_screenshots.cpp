@@ -120,6 +120,11 @@ int main(int argc, char* argv[])
                 ok &=
                     save(onboarding.get(), out.filePath(u"onboarding-%1-%2.png"_s.arg(page, name)));
             }
+            if (trusted) {
+                onboarding->rootObject()->setProperty("trayAvailable", false);
+                ok &=
+                    save(onboarding.get(), out.filePath(u"onboarding-3-notray-%1.png"_s.arg(name)));
+            }
         }
     }
     return ok ? 0 : 1;
