@@ -1,0 +1,56 @@
+#include "RaveloProcess.h"
+
+#include <QTest>
+
+QString raveloBinary()
+{
+    return qEnvironmentVariable("RAVELO_BINARY");
+}
+
+RaveloResult runRavelo(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(raveloBinary(), arguments);
+    if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; }, 15000)) {
+        process.kill();
+        process.waitForFinished();
+        return {};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+bool RunningRavelo::start(const QStringList& arguments, const QProcessEnvironment& environment)
+{
+    stop();
+    m_log.clear();
+    m_process = std::make_unique<QProcess>();
+    QProcessEnvironment full = QProcessEnvironment::systemEnvironment();
+    full.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("ravelo.app.debug=true"));
+    full.insert(environment);
+    m_process->setProcessEnvironment(full);
+    m_process->start(raveloBinary(), arguments);
+    return m_process->waitForStarted() && logged("Listening on");
+}
+
+bool RunningRavelo::logged(const char* text)
+{
+    return m_process && QTest::qWaitFor(
+                            [&] {
+                                m_log += m_process->readAllStandardError();
+                                return m_log.contains(text);
+                            },
+                            10000);
+}
+
+void RunningRavelo::stop()
+{
+    if (m_process && m_process->state() != QProcess::NotRunning) {
+        m_process->terminate();
+        if (!m_process->waitForFinished(5000)) {
+            m_process->kill();
+            m_process->waitForFinished();
+        }
+    }
+    m_process.reset();
+}

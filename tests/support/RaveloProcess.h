@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QStringList>
+
+#include <memory>
+
+/// The real ravelo binary, as the build names it in RAVELO_BINARY.
+QString raveloBinary();
+
+struct RaveloResult {
+    int exitCode = -1; ///< -1 when the command crashed or did not end in time
+    QByteArray out;
+    QByteArray err;
+};
+
+/// Runs a short ravelo command to its end while this process's event loop keeps turning: the
+/// test may own the clipboard that a running instance reads meanwhile.
+RaveloResult runRavelo(const QStringList& arguments);
+
+/// A running Ravelo instance with its application log on; ended when this goes.
+class RunningRavelo {
+public:
+    ~RunningRavelo() { stop(); }
+
+    /// Starts it and waits until it listens for later starts. `environment` adds to the
+    /// test's own.
+    bool start(const QStringList& arguments = {},
+               const QProcessEnvironment& environment = QProcessEnvironment());
+    /// Whether everything it has logged so far contains `text`, waiting for it a while.
+    bool logged(const char* text);
+    /// Forgets what it logged so far, so that `logged` looks at what comes next.
+    void clearLog() { m_log.clear(); }
+    const QByteArray& log() const { return m_log; }
+    QProcess* process() const { return m_process.get(); }
+    void stop();
+
+private:
+    std::unique_ptr<QProcess> m_process;
+    QByteArray m_log;
+};
