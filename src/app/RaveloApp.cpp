@@ -33,12 +33,20 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
     // wherever they arrive.
     qApp->installEventFilter(this);
 
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+    // Made only once a tray exists: Qt picks the kind of tray at the first icon and keeps it.
+    if (m_trayWatcher.trayExists()) {
+        showTrayIcon();
+    } else {
         std::fputs("Ravelo: this desktop shows no tray icons yet; the bolt appears as soon as a "
                    "tray starts. Meanwhile start \"ravelo\" again to open its preferences; "
                    "\"ravelo trigger\" opens the panel.\n",
                    stderr);
+        connect(&m_trayWatcher, &TrayWatcher::trayAppeared, this, &RaveloApp::showTrayIcon);
     }
+}
+
+void RaveloApp::showTrayIcon()
+{
     m_trayIcon = new QSystemTrayIcon(icon(), this);
     m_trayIcon->setToolTip(QStringLiteral("Ravelo"));
     m_trayIcon->setContextMenu(&m_menu);
