@@ -12,7 +12,7 @@ RAVELO_PACKAGES=(
     qml6-module-qttest qml6-module-qtquick-dialogs
     libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xfixes0-dev libxcb-shape0-dev
     libxkbcommon-dev libxkbcommon-x11-dev libxtst-dev
-    xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer
+    xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer dbus-daemon
     # checking the installed layout and the Debian package
     desktop-file-utils appstream file groff-base dpkg-dev lintian
 )

@@ -33,13 +33,21 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
     // wherever they arrive.
     qApp->installEventFilter(this);
 
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+    // Made only once a tray exists: Qt picks the kind of tray at the first icon and keeps it.
+    if (m_trayWatcher.trayExists()) {
+        showTrayIcon();
+    } else {
         std::fputs("Ravelo: this desktop shows no tray icons yet; the bolt appears as soon as a "
                    "tray starts. Meanwhile \"ravelo preferences\" (or starting Ravelo again) "
                    "opens its preferences, \"ravelo trigger\" the panel, and \"ravelo quit\" "
                    "quits it.\n",
                    stderr);
+        connect(&m_trayWatcher, &TrayWatcher::trayAppeared, this, &RaveloApp::showTrayIcon);
     }
+}
+
+void RaveloApp::showTrayIcon()
+{
     m_trayIcon = new QSystemTrayIcon(icon(), this);
     m_trayIcon->setToolTip(QStringLiteral("Ravelo"));
     m_trayIcon->setContextMenu(&m_menu);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/TrayWatcher.h"
+
 #include <QMenu>
 #include <QObject>
 
@@ -20,8 +22,8 @@ public:
 
     AppDelegate* appDelegate() const { return m_appDelegate.get(); }
     QMenu* menu() { return &m_menu; }
-    /// The tray icon. It is shown even while the desktop has no tray: a tray that starts
-    /// later (a panel still starting at login) takes it.
+    /// The tray icon; null until the desktop has a tray (a panel may still be starting at
+    /// login).
     QSystemTrayIcon* trayIcon() const { return m_trayIcon; }
 
     /// The bolt of the tray and of every window: the icon theme's "ravelo", else the
@@ -32,7 +34,10 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void showTrayIcon();
+
     std::unique_ptr<AppDelegate> m_appDelegate;
     QMenu m_menu;
+    TrayWatcher m_trayWatcher;
     QSystemTrayIcon* m_trayIcon = nullptr;
 };

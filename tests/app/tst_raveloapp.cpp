@@ -1,4 +1,5 @@
 #include "DesktopSession.h"
+#include "SessionBus.h"
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "app/RaveloApp.h"
@@ -8,6 +9,9 @@
 #include "settings/SettingsWindow.h"
 
 #include <QApplication>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <QDBusVariant>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -47,6 +51,28 @@ private:
         menu->popup(QPoint(600, 40));
         return QTest::qWaitForWindowExposed(menu) &&
                QTest::qWaitFor([menu] { return QApplication::activePopupWidget() == menu; });
+    }
+
+    /// Starts the real program with the walkthrough done, its files in `home`.
+    static bool startRavelo(QProcess& ravelo, const QTemporaryDir& home,
+                            const QProcessEnvironment& extra = {})
+    {
+        if (!home.isValid() || !QDir(home.path()).mkpath(QStringLiteral("config/Ravelo")) ||
+            !QDir(home.path()).mkpath(QStringLiteral("run"))) {
+            return false;
+        }
+        {
+            PreferenceStore preferences(home.filePath(QStringLiteral("config/Ravelo/Ravelo.conf")));
+            preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+        }
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                           home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        environment.insert(extra);
+        ravelo.setProcessEnvironment(environment);
+        ravelo.start(qEnvironmentVariable("RAVELO_BINARY"), {});
+        return ravelo.waitForStarted();
     }
 
     QAction* item(const QString& text) const
@@ -168,6 +194,58 @@ private slots:
         about->close();
     }
 
+    // The same with a tray that takes its items over D-Bus (Plasma, waybar, xfce4-panel): the
+    // real program, and no XEmbed tray; the panel's watcher and host start after it or before.
+    void statusNotifierHostGetsTheItem_data()
+    {
+        QTest::addColumn<bool>("hostStartsLater");
+        QTest::newRow("host started later") << true;
+        QTest::newRow("host there at start") << false;
+    }
+
+    void statusNotifierHostGetsTheItem()
+    {
+        QFETCH(bool, hostStartsLater);
+        SessionBus bus;
+        QVERIFY(bus.start());
+        if (!hostStartsLater) {
+            QVERIFY(bus.startStatusNotifierHost());
+        }
+        QTemporaryDir home;
+        QProcess ravelo;
+        ravelo.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+        QProcessEnvironment busAddress;
+        busAddress.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus.address());
+        QVERIFY(startRavelo(ravelo, home, busAddress));
+        if (hostStartsLater) {
+            QByteArray errors;
+            QVERIFY(QTest::qWaitFor(
+                [&] {
+                    errors += ravelo.readAllStandardError();
+                    return errors.contains("shows no tray icons yet");
+                },
+                10000));
+            QVERIFY(bus.startStatusNotifierHost());
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(bus.watcher().registeredItems().size(), 1, 10000);
+        // The item answers on the bus: shown, with the menu.
+        const QString item = bus.watcher().registeredItems().constFirst();
+        const auto property = [&](const QString& name) {
+            QDBusMessage get = QDBusMessage::createMethodCall(
+                item.section(QLatin1Char('/'), 0, 0),
+                QLatin1Char('/') + item.section(QLatin1Char('/'), 1),
+                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+            get << QStringLiteral("org.kde.StatusNotifierItem") << name;
+            const QDBusReply<QDBusVariant> reply = bus.connection().call(get);
+            return reply.isValid() ? reply.value().variant() : QVariant();
+        };
+        QCOMPARE(property(QStringLiteral("Status")).toString(), QStringLiteral("Active"));
+        QCOMPARE(qvariant_cast<QDBusObjectPath>(property(QStringLiteral("Menu"))).path(),
+                 QStringLiteral("/MenuBar"));
+        ravelo.kill();
+        ravelo.waitForFinished();
+    }
+
     // No tray when Ravelo starts, as when the desktop's panel is still starting at login:
     // the tray that comes later gets the icon.
     void trayStartedLaterGetsTheIcon()
@@ -206,22 +284,9 @@ private slots:
     {
         QVERIFY(m_desktop.startTray());
         QTemporaryDir home;
-        QVERIFY(home.isValid());
-        QDir(home.path()).mkpath(QStringLiteral("config/Ravelo"));
-        QDir(home.path()).mkpath(QStringLiteral("run"));
-        {
-            PreferenceStore preferences(home.filePath(QStringLiteral("config/Ravelo/Ravelo.conf")));
-            preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
-        }
         QProcess ravelo;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
-                           home.filePath(QStringLiteral("config")));
-        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
-        ravelo.setProcessEnvironment(environment);
         ravelo.setProcessChannelMode(QProcess::ForwardedChannels);
-        ravelo.start(qEnvironmentVariable("RAVELO_BINARY"), {});
-        QVERIFY(ravelo.waitForStarted());
+        QVERIFY(startRavelo(ravelo, home));
 
         // Its icon is the tray's window of the class "ravelo".
         QString icon;
