@@ -279,6 +279,7 @@ void AppDelegate::showOnboarding()
     connect(window, &OnboardingWindow::completed, this, &AppDelegate::onboardingCompleted);
     window->show();
     m_onboardingWindow = window;
+    qCDebug(lcApp, "Walkthrough shown");
 }
 
 void AppDelegate::onboardingCompleted()

@@ -2,12 +2,12 @@
 
 #include "platform/AccessibilityTrust.h"
 #include "platform/ModuleWindow.h"
+#include "platform/TrayWatcher.h"
 
 #include <QLoggingCategory>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
-#include <QSystemTrayIcon>
 
 Q_LOGGING_CATEGORY(lcOnboarding, "ravelo.onboarding")
 
@@ -57,7 +57,9 @@ void OnboardingWindow::show()
          u"qrc:/Ravelo/onboarding/OnboardingView.qml"_s,
          {{u"trust"_s, QVariant::fromValue<QObject*>(m_trust.data())},
           {u"checkInterval"_s, m_checkInterval},
-          {u"trayAvailable"_s, QSystemTrayIcon::isSystemTrayAvailable()}}},
+          // Not QSystemTrayIcon's answer: asking it fixes for the whole process which kind of
+          // tray Qt talks to, and a tray starting later would never get the icon.
+          {u"trayAvailable"_s, TrayWatcher().trayExists()}}},
         lcOnboarding());
     if (QQuickItem* root = m_view->rootObject()) {
         connect(root, SIGNAL(completed()), this, SIGNAL(completed()));
