@@ -25,6 +25,7 @@ list(APPEND RAVELO_QML
     settings/SettingsCaption.qml
     settings/SettingsDivider.qml
     settings/SettingsStyle.qml
+    settings/ServerForm.qml
     settings/SettingsView.qml
     settings/WindowPane.qml
 )
