@@ -2,7 +2,6 @@
 
 #include "completion/CompletionStream.h"
 #include "completion/OpenAIClient.h"
-#include "settings/SettingsLogging.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -98,7 +97,6 @@ void ServerModels::load()
     m_stream = OpenAIClient(this, base).listModels(m_apiKey);
     m_deadline.start();
     emit loadingChanged();
-    qCDebug(lcSettings) << "asking for models at" << server;
     connect(m_stream, &CompletionStream::finished, this, [this, server] {
         const std::optional<QStringList> ids = parseModels(m_stream->body());
         drop();
