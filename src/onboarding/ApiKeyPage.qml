@@ -35,7 +35,7 @@ ColumnLayout {
         // Typing can start as soon as the page shows; the page is enabled by then.
         function onCurrentStepChanged() {
             if (page.flow.currentStep === 2)
-                Qt.callLater(keyField.forceActiveFocus)
+                Qt.callLater(page.otherServer ? serverForm.focusAddress : keyField.forceActiveFocus)
         }
     }
 

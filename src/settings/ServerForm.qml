@@ -30,6 +30,10 @@ ColumnLayout {
         modelPicker.editText = model === undefined ? "" : model
     }
 
+    function focusAddress() {
+        addressField.forceActiveFocus()
+    }
+
     function storeAddress(address) {
         store.setValue("openai_base_url", address)
     }

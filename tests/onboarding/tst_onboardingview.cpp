@@ -206,6 +206,11 @@ void TestOnboardingView::anotherServerIsChosenAndItsModelsListed()
     }
     QVERIFY(!findItem(view.get(), "apiKeyField")->isVisible());
     QVERIFY(!findItem(view.get(), "keyWarning")->isVisible());
+
+    // Coming back to the page, typing goes to the server's address.
+    flowOf(view.get())->setCurrentStep(1);
+    flowOf(view.get())->setCurrentStep(2);
+    QTRY_VERIFY(findItem(view.get(), "serverAddressField")->hasActiveFocus());
 }
 
 void TestOnboardingView::automaticTrustShowsAllSetAtOnce()
