@@ -306,7 +306,7 @@ void AppDelegate::runPrompt(const Prompt& prompt)
 {
     cancelCurrentRun();
     PreferenceStore* preferences = m_appState->preferences();
-    if (!ravelo::hasApiKey(*preferences)) {
+    if (!ravelo::isReadyToRun(*preferences)) {
         m_appState->setResultText(ravelo::missingApiKeyWarning());
         return;
     }

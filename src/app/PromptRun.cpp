@@ -14,9 +14,10 @@ QString missingApiKeyWarning()
            QStringLiteral(") to add your OpenAI API key.");
 }
 
-bool hasApiKey(const PreferenceStore& preferences)
+bool isReadyToRun(const PreferenceStore& preferences)
 {
-    return !preferences.string(Preferences::apiKey).value_or(QString()).isEmpty();
+    return !preferences.string(Preferences::apiKey).value_or(QString()).isEmpty() ||
+           !preferences.string(Preferences::baseUrl).value_or(QString()).trimmed().isEmpty();
 }
 
 QString PromptRun::noAnswerMessage()

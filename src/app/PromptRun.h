@@ -12,8 +12,9 @@ namespace ravelo {
 /// What a run shows instead of an answer when no API key is stored.
 QString missingApiKeyWarning();
 
-/// Whether a non-empty API key is stored (a key of blanks counts).
-bool hasApiKey(const PreferenceStore& preferences);
+/// Whether a run may be sent: a non-empty API key is stored (a key of blanks counts), or a
+/// base address, whose server may well take requests without a key.
+bool isReadyToRun(const PreferenceStore& preferences);
 
 /// One run of a prompt, as the panel's digits and `ravelo run` start it: the answer's text
 /// as it arrives, then one ending. A stream that ends normally without any text ends the
@@ -25,7 +26,7 @@ class PromptRun : public QObject {
 
 public:
     /// Counts the use, then streams the answer to `userText` with the stored key, model and
-    /// endpoint; the streams are children of `owner`. The caller checks `hasApiKey` first.
+    /// endpoint; the streams are children of `owner`. The caller checks `isReadyToRun` first.
     static PromptRun* start(PreferenceStore& preferences, QObject* owner,
                             const QString& systemPrompt, const QString& userText);
 

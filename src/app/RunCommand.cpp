@@ -66,7 +66,7 @@ int runCommand(int argc, char* argv[])
     if (const int* status = std::get_if<int>(&choice)) {
         return *status;
     }
-    if (!hasApiKey(preferences)) {
+    if (!isReadyToRun(preferences)) {
         printError(missingApiKeyWarning());
         return exitUsage;
     }

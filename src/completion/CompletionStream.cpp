@@ -62,9 +62,10 @@ qsizetype wholeCharacters(const QByteArray& bytes)
 
 } // namespace
 
-CompletionStream::CompletionStream(const QUrl& url, QObject* parent)
+CompletionStream::CompletionStream(const QUrl& url, QObject* parent, Reading reading)
     : QObject(parent)
     , m_url(url)
+    , m_reading(reading)
 {
     m_idle.setSingleShot(true);
     connect(&m_idle, &QTimer::timeout, this, [this] {
@@ -203,6 +204,19 @@ void CompletionStream::readBody(QByteArrayView bytes)
         }
         return;
     }
+    if (m_reading == Reading::WholeBody) {
+        if (m_body.size() + bytes.size() > maxWholeBodyBytes) {
+            transferFailed(TransportError{QNetworkReply::ProtocolFailure,
+                                          QLatin1String("The server ") +
+                                              OpenAIClient::serverName(m_url) +
+                                              QLatin1String(" sent an answer larger than ") +
+                                              QString::number(maxWholeBodyBytes / (1024 * 1024)) +
+                                              QLatin1String(" MiB. It was not read.")});
+            return;
+        }
+        m_body.append(bytes);
+        return;
+    }
     if (m_events.isDone()) {
         return; // the rest after the end marker is read and dropped
     }
@@ -223,7 +237,9 @@ void CompletionStream::bodyComplete()
 {
     const int status = m_response.status();
     closeTransfer();
-    if (status == 200) {
+    if (status == 200 && m_reading == Reading::WholeBody) {
+        end(std::nullopt);
+    } else if (status == 200) {
         m_events.finish([this](const QString& fragment) { deliver(fragment); });
         end(std::nullopt);
     } else {

@@ -29,6 +29,16 @@ class CompletionStream : public QObject {
 public:
     /// The most of an error body that is kept; the rest is counted, not kept.
     static constexpr qsizetype maxErrorTextBytes = 64 * 1024;
+    /// The most a whole answer (`WholeBody`) may hold; a larger one fails.
+    static constexpr qsizetype maxWholeBodyBytes = 4 * 1024 * 1024;
+
+    enum class Reading {
+        Events,    ///< a successful body is an event stream, read into fragments
+        WholeBody, ///< a successful body is kept whole, for `body()` once finished
+    };
+
+    /// The successful body of a `WholeBody` transfer, complete once `finished()` came.
+    QByteArray body() const { return m_body; }
 
     /// No signal is emitted any more. The transfer still runs to its end, unseen.
     void stopListening() { m_listening = false; }
@@ -43,7 +53,7 @@ signals:
 private:
     friend class OpenAIClient;
 
-    CompletionStream(const QUrl& url, QObject* parent);
+    CompletionStream(const QUrl& url, QObject* parent, Reading reading = Reading::Events);
     void start(const QByteArray& request, std::chrono::milliseconds idleTimeout);
     void failLater(const CompletionError& error);
 
@@ -66,6 +76,8 @@ private:
     QList<QSslError> m_sslErrors;
     HttpResponseReader m_response;
     SseEventReader m_events;
+    Reading m_reading;
+    QByteArray m_body;
     QByteArray m_errorBytes;
     qint64 m_errorBytesLeftOut = 0;
     bool m_listening = true;

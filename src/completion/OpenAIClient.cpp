@@ -7,6 +7,7 @@
 #include <QNetworkProxyFactory>
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -28,8 +29,9 @@ QString OpenAIClient::serverName(const QUrl& url)
     return host.isEmpty() ? QStringLiteral("the server") : host;
 }
 
-QByteArray OpenAIClient::requestBytes(const QUrl& url, const QString& apiKey,
-                                      const QByteArray& body)
+namespace {
+
+QByteArray requestHead(const QByteArray& method, const QUrl& url, const QString& apiKey)
 {
     QByteArray target = url.path(QUrl::FullyEncoded).toLatin1();
     if (url.hasQuery()) {
@@ -42,14 +44,39 @@ QByteArray OpenAIClient::requestBytes(const QUrl& url, const QString& apiKey,
     if (url.port() != -1) {
         host += ':' + QByteArray::number(url.port());
     }
+    const QByteArray authorization =
+        apiKey.isEmpty() ? QByteArray() : "\r\nAuthorization: Bearer " + apiKey.toUtf8();
     // An unencoded answer: nothing needs unpacking, so nothing can grow past what arrives.
-    return "POST " + target + " HTTP/1.1\r\nHost: " + host + "\r\nAuthorization: Bearer " +
-           apiKey.toUtf8() +
-           "\r\nContent-Type: application/json\r\nAccept-Encoding: identity\r\nContent-Length: " +
-           QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+    return method + ' ' + target + " HTTP/1.1\r\nHost: " + host + authorization +
+           "\r\nAccept-Encoding: identity\r\nConnection: close\r\n";
+}
+
+} // namespace
+
+QByteArray OpenAIClient::requestBytes(const QUrl& url, const QString& apiKey,
+                                      const QByteArray& body)
+{
+    return requestHead("POST", url, apiKey) +
+           "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) +
+           "\r\n\r\n" + body;
+}
+
+QByteArray OpenAIClient::getRequestBytes(const QUrl& url, const QString& apiKey)
+{
+    return requestHead("GET", url, apiKey) + "\r\n";
 }
 
 QUrl OpenAIClient::endpoint(const QString& baseUrl)
+{
+    return address(baseUrl, QLatin1String("/chat/completions"));
+}
+
+QUrl OpenAIClient::modelsEndpoint(const QString& baseUrl)
+{
+    return address(baseUrl, QLatin1String("/models"));
+}
+
+QUrl OpenAIClient::address(const QString& baseUrl, QLatin1String leaf)
 {
     const QString base = baseUrl.trimmed().isEmpty() ? openAIBaseUrl : baseUrl.trimmed();
     QUrl url(base, QUrl::StrictMode);
@@ -62,7 +89,7 @@ QUrl OpenAIClient::endpoint(const QString& baseUrl)
     while (path.endsWith(QLatin1Char('/'))) {
         path.chop(1);
     }
-    url.setPath(path + QLatin1String("/chat/completions"));
+    url.setPath(path + leaf);
     return url;
 }
 
@@ -230,35 +257,53 @@ TransportError OpenAIClient::responseError(const HttpResponseReader& response, c
                           QStringLiteral("the answer is not HTTP"));
 }
 
+CompletionStream* OpenAIClient::refused(const QUrl& url, const QString& apiKey,
+                                        CompletionStream::Reading reading) const
+{
+    std::optional<CompletionError> error;
+    // A server of the user's own choosing may take requests without a key; OpenAI never does.
+    if (apiKey.isEmpty() && m_baseUrl.trimmed().isEmpty()) {
+        error = OpenAIError::noAPIKey();
+    } else if (!url.isValid()) {
+        error = OpenAIError::invalidURL();
+    } else if (std::any_of(apiKey.cbegin(), apiKey.cend(),
+                           [](QChar c) { return c.unicode() < 0x20 || c.unicode() == 0x7f; })) {
+        // A header value cannot hold a line break: it would start a header of its own.
+        error = TransportError{
+            QNetworkReply::ProtocolInvalidOperationError,
+            QStringLiteral("The API key contains a line break or another control character. "
+                           "Enter it again in Preferences without it.")};
+    }
+    if (!error) {
+        return nullptr;
+    }
+    auto* stream = new CompletionStream(url, m_owner, reading);
+    stream->failLater(*error);
+    return stream;
+}
+
 CompletionStream* OpenAIClient::streamCompletion(const QString& apiKey, const QString& model,
                                                  const QString& systemPrompt,
                                                  const QString& userText) const
 {
     const QUrl url = endpoint(m_baseUrl);
+    if (CompletionStream* stream = refused(url, apiKey, CompletionStream::Reading::Events)) {
+        return stream;
+    }
     auto* stream = new CompletionStream(url, m_owner);
-    if (apiKey.isEmpty()) {
-        stream->failLater(OpenAIError::noAPIKey());
-        return stream;
-    }
-    if (!url.isValid()) {
-        stream->failLater(OpenAIError::invalidURL());
-        return stream;
-    }
-
-    // A header value cannot hold a line break: it would start a header of its own.
-    const bool hasControlCharacter = std::any_of(apiKey.cbegin(), apiKey.cend(), [](QChar c) {
-        return c.unicode() < 0x20 || c.unicode() == 0x7f;
-    });
-    if (hasControlCharacter) {
-        stream->failLater(TransportError{
-            QNetworkReply::ProtocolInvalidOperationError,
-            QStringLiteral("The API key contains a line break or another control character. "
-                           "Enter it again in Preferences without it.")});
-        return stream;
-    }
-
     // Redirects are not followed: the key belongs to the configured server alone.
     stream->start(requestBytes(url, apiKey, requestBody(model, systemPrompt, userText)),
                   m_transferTimeout);
+    return stream;
+}
+
+CompletionStream* OpenAIClient::listModels(const QString& apiKey) const
+{
+    const QUrl url = modelsEndpoint(m_baseUrl);
+    if (CompletionStream* stream = refused(url, apiKey, CompletionStream::Reading::WholeBody)) {
+        return stream;
+    }
+    auto* stream = new CompletionStream(url, m_owner, CompletionStream::Reading::WholeBody);
+    stream->start(getRequestBytes(url, apiKey), m_transferTimeout);
     return stream;
 }

@@ -28,19 +28,30 @@ public:
     void setTransferTimeout(std::chrono::milliseconds timeout) { m_transferTimeout = timeout; }
 
     /// Sends the request at once and returns its answer. Never fails here: every failure,
-    /// an empty key included, ends the returned stream. The stream is a child of the
+    /// an empty key for OpenAI included, ends the returned stream. With a base address an
+    /// empty key sends no Authorization header at all. The stream is a child of the
     /// owner.
     CompletionStream* streamCompletion(const QString& apiKey, const QString& model,
                                        const QString& systemPrompt, const QString& userText) const;
 
+    /// Asks the server which models it offers: GET on the base followed by "/models", with
+    /// the key as Bearer when there is one. The stream reads the whole body
+    /// (`CompletionStream::Reading::WholeBody`) and is a child of the owner.
+    CompletionStream* listModels(const QString& apiKey) const;
+
     /// The chat-completions address for a base address; an invalid QUrl when the base does
     /// not parse or is neither http nor https.
     static QUrl endpoint(const QString& baseUrl);
+    /// The model-list address for a base address; invalid like `endpoint`.
+    static QUrl modelsEndpoint(const QString& baseUrl);
     /// The compact JSON body: "model", "stream": true and the system and user messages.
     static QByteArray requestBody(const QString& model, const QString& systemPrompt,
                                   const QString& userText);
-    /// The whole request as it goes on the wire: head and body.
+    /// The whole request as it goes on the wire: head and body; no Authorization header
+    /// when `apiKey` is empty.
     static QByteArray requestBytes(const QUrl& url, const QString& apiKey, const QByteArray& body);
+    /// A GET request as it goes on the wire.
+    static QByteArray getRequestBytes(const QUrl& url, const QString& apiKey);
     /// A readable account of a failed transfer to `url`.
     static TransportError transportError(QNetworkReply::NetworkError code, const QUrl& url,
                                          const QString& detail);
@@ -60,6 +71,12 @@ public:
     static QString serverName(const QUrl& url);
 
 private:
+    static QUrl address(const QString& baseUrl, QLatin1String leaf);
+    /// The stream of a request that cannot be sent (no key for OpenAI, no address, a key
+    /// that cannot go into a header), or null.
+    CompletionStream* refused(const QUrl& url, const QString& apiKey,
+                              CompletionStream::Reading reading) const;
+
     QObject* m_owner;
     QString m_baseUrl;
     std::chrono::milliseconds m_transferTimeout = defaultTransferTimeout;

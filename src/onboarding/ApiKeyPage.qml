@@ -7,20 +7,40 @@ ColumnLayout {
     id: page
 
     required property OnboardingFlow flow
+    // A stored base address means a server of the user's own choosing instead of OpenAI.
+    property bool otherServer: false
 
     width: parent ? parent.width : implicitWidth
-    spacing: 20
+    spacing: otherServer ? 12 : 20
+
+    function chooseServer(other) {
+        if (other === otherServer || !flow.preferences)
+            return
+        otherServer = other
+        // Choosing another server starts from the most common local one.
+        flow.preferences.setValue("openai_base_url", other ? serverForm.presets[0].address : "")
+        serverForm.load()
+    }
+
+    Component.onCompleted: {
+        if (!flow.preferences)
+            return
+        const base = flow.preferences.value("openai_base_url")
+        otherServer = base !== undefined && base.trim() !== ""
+        serverForm.load()
+    }
 
     Connections {
         target: page.flow
         // Typing can start as soon as the page shows; the page is enabled by then.
         function onCurrentStepChanged() {
             if (page.flow.currentStep === 2)
-                Qt.callLater(keyField.forceActiveFocus)
+                Qt.callLater(page.otherServer ? serverForm.focusAddress : keyField.forceActiveFocus)
         }
     }
 
     OnboardingSymbol {
+        visible: !page.otherServer
         symbol: "key.fill"
         size: 40
         color: heading.palette.highlight
@@ -28,17 +48,40 @@ ColumnLayout {
     Label {
         id: heading
         Layout.alignment: Qt.AlignHCenter
-        text: "Connect to OpenAI"
+        text: page.otherServer ? "Connect to a Server" : "Connect to OpenAI"
         font.pixelSize: SettingsStyle.largeTitle
         font.bold: true
     }
     Label {
         Layout.alignment: Qt.AlignHCenter
         horizontalAlignment: Text.AlignHCenter
-        text: "Ravelo uses the OpenAI API to process your text.\nYou'll need an API key to get started."
+        text: page.otherServer
+              ? "Ravelo sends your text to the server you choose.\nServers on this computer usually need no key."
+              : "Ravelo uses the OpenAI API to process your text.\nYou'll need an API key to get started."
         color: SettingsStyle.secondary(palette.windowText)
     }
+    ComboBox {
+        objectName: "serverChoice"
+        Layout.alignment: Qt.AlignHCenter
+        Layout.preferredWidth: 280
+        model: ["OpenAI", "Another OpenAI-compatible server"]
+        currentIndex: page.otherServer ? 1 : 0
+        Accessible.name: "Server"
+        onActivated: index => page.chooseServer(index === 1)
+    }
+    ServerForm {
+        id: serverForm
+        objectName: "serverForm"
+        visible: page.otherServer
+        Layout.alignment: Qt.AlignHCenter
+        Layout.preferredWidth: 460
+        labelWidth: 70
+        store: page.flow.preferences
+        apiKey: page.flow.apiKeyInput
+        onApiKeyEdited: key => page.flow.apiKeyInput = key
+    }
     ColumnLayout {
+        visible: !page.otherServer
         Layout.alignment: Qt.AlignHCenter
         Layout.preferredWidth: 380
         Layout.maximumWidth: 380
@@ -77,7 +120,7 @@ ColumnLayout {
     RowLayout {
         objectName: "keyWarning"
         Layout.alignment: Qt.AlignHCenter
-        visible: page.flow.showsKeyWarning
+        visible: page.flow.showsKeyWarning && !page.otherServer
         spacing: 6
 
         OnboardingSymbol {

@@ -14,6 +14,8 @@ Item {
     property bool customModel: false
     readonly property int catalogueIndex: ModelCatalogue.indexOf(selectedModel)
     readonly property int labelWidth: 96
+    // A stored base address means a server of the user's own choosing instead of OpenAI.
+    property bool otherServer: false
 
     function storeModel(id) {
         if (id === selectedModel)
@@ -22,10 +24,33 @@ Item {
         store.setValue("openai_model", id)
     }
 
+    function showKey(key) {
+        apiKeyField.text = key
+        serverForm.apiKey = key
+    }
+
+    function chooseServer(other) {
+        if (other === otherServer)
+            return
+        otherServer = other
+        // Choosing another server starts from the most common local one.
+        store.setValue("openai_base_url", other ? serverForm.presets[0].address : "")
+        serverForm.load()
+        loadModel()
+    }
+
+    function loadModel() {
+        const model = store.value("openai_model")
+        selectedModel = model === undefined ? ModelCatalogue.defaultModel : model
+        customModel = catalogueIndex < 0
+        if (customModel)
+            customModelField.text = selectedModel
+    }
+
     Component.onCompleted: {
         const key = store.value("openai_api_key")
         if (key !== undefined && key !== "") {
-            apiKeyField.text = key
+            showKey(key)
             store.setValue("openai_api_key", key)
         }
         const model = store.value("openai_model")
@@ -37,7 +62,8 @@ Item {
         if (customModel)
             customModelField.text = selectedModel
         const base = store.value("openai_base_url")
-        endpointField.text = base === undefined ? "" : base
+        otherServer = base !== undefined && base.trim() !== ""
+        serverForm.load()
     }
 
     ColumnLayout {
@@ -45,8 +71,43 @@ Item {
         anchors.margins: 16
         spacing: 14
 
+        RowLayout {
+            Layout.leftMargin: 4
+            Label {
+                text: "Server"
+                Layout.preferredWidth: tab.labelWidth
+            }
+            ComboBox {
+                objectName: "serverChoice"
+                Layout.fillWidth: true
+                model: ["OpenAI", "Another OpenAI-compatible server"]
+                currentIndex: tab.otherServer ? 1 : 0
+                Accessible.name: "Server"
+                onActivated: index => tab.chooseServer(index === 1)
+            }
+        }
+
+        FormSection {
+            title: "OpenAI-compatible server"
+            visible: tab.otherServer
+            Layout.fillWidth: true
+
+            ServerForm {
+                id: serverForm
+                objectName: "serverForm"
+                Layout.fillWidth: true
+                store: tab.store
+                labelWidth: tab.labelWidth
+                onApiKeyEdited: key => {
+                    apiKeyField.text = key
+                    tab.store.setValue("openai_api_key", key)
+                }
+            }
+        }
+
         FormSection {
             title: "OpenAI API"
+            visible: !tab.otherServer
             Layout.fillWidth: true
 
             RowLayout {
@@ -59,7 +120,10 @@ Item {
                     objectName: "apiKeyField"
                     Layout.fillWidth: true
                     echoMode: TextInput.Password
-                    onTextEdited: tab.store.setValue("openai_api_key", text)
+                    onTextEdited: {
+                        serverForm.apiKey = text
+                        tab.store.setValue("openai_api_key", text)
+                    }
                 }
             }
 
@@ -139,32 +203,10 @@ Item {
                     color: SettingsStyle.tertiary(palette.windowText)
                 }
             }
-
-            RowLayout {
-                Label {
-                    text: "API endpoint"
-                    Layout.preferredWidth: tab.labelWidth
-                }
-                TextField {
-                    id: endpointField
-                    objectName: "endpointField"
-                    Layout.fillWidth: true
-                    placeholderText: "https://api.openai.com/v1"
-                    inputMethodHints: Qt.ImhUrlCharactersOnly | Qt.ImhNoAutoUppercase
-                    onTextEdited: tab.store.setValue("openai_base_url", text)
-                }
-            }
-            Label {
-                Layout.leftMargin: tab.labelWidth + 5
-                Layout.fillWidth: true
-                text: "Leave empty for OpenAI. Any OpenAI-compatible server works, e.g. http://localhost:11434/v1."
-                wrapMode: Text.Wrap
-                font.pixelSize: SettingsStyle.caption2
-                color: SettingsStyle.tertiary(palette.windowText)
-            }
         }
 
         ColumnLayout {
+            visible: !tab.otherServer
             Layout.fillWidth: true
             Layout.leftMargin: 4
             spacing: 4

@@ -6,6 +6,7 @@ list(APPEND RAVELO_SOURCES
     settings/HotkeySettings.cpp settings/HotkeySettings.h
     settings/ModelCatalogue.cpp settings/ModelCatalogue.h
     settings/PromptListEditor.cpp settings/PromptListEditor.h
+    settings/ServerModels.cpp settings/ServerModels.h
     settings/SettingsLogging.h
     settings/SettingsWindow.cpp settings/SettingsWindow.h
 )
@@ -25,6 +26,7 @@ list(APPEND RAVELO_QML
     settings/SettingsCaption.qml
     settings/SettingsDivider.qml
     settings/SettingsStyle.qml
+    settings/ServerForm.qml
     settings/SettingsView.qml
     settings/WindowPane.qml
 )

@@ -155,7 +155,7 @@ private slots:
             m_delegate->openSettings();
             QQuickWindow* settings = m_delegate->settingsWindow()->window();
             QVERIFY(QTest::qWaitForWindowExposed(settings));
-            QTRY_VERIFY(isShown(settings, "apiKeyField"));
+            QTRY_VERIFY(isShown(settings, "serverChoice"));
             QVERIFY(isShown(settings, "autostartToggle"));
             settings->close();
             QTRY_VERIFY(!m_delegate->settingsWindow()->isVisible());

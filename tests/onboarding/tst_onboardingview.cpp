@@ -42,6 +42,7 @@ private slots:
     void pagesFade();
     void keyIsStoredAsTyped();
     void storedKeyIsShownAndWrittenBack();
+    void anotherServerIsChosenAndItsModelsListed();
     void automaticTrustShowsAllSetAtOnce();
     void grantRequestChecksThirtyTimesPerPress();
     void grantNoticedByALaterCheck();
@@ -189,6 +190,27 @@ void TestOnboardingView::storedKeyIsShownAndWrittenBack()
     QCOMPARE(findItem(view.get(), "apiKeyField")->property("text").toString(), u"sk-kept"_s);
     QCOMPARE(changed.count(), 1);
     QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-kept"_s);
+}
+
+void TestOnboardingView::anotherServerIsChosenAndItsModelsListed()
+{
+    ChatServer server;
+    QmlHarness harness(m_path);
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    flowOf(view.get())->setCurrentStep(2);
+    QVERIFY(findItem(view.get(), "apiKeyField")->isVisible());
+    chooseAnotherServer(view.get(), harness.store, server);
+    if (QTest::currentTestFailed()) {
+        return;
+    }
+    QVERIFY(!findItem(view.get(), "apiKeyField")->isVisible());
+    QVERIFY(!findItem(view.get(), "keyWarning")->isVisible());
+
+    // Coming back to the page, typing goes to the server's address.
+    flowOf(view.get())->setCurrentStep(1);
+    flowOf(view.get())->setCurrentStep(2);
+    QTRY_VERIFY(findItem(view.get(), "serverAddressField")->hasActiveFocus());
 }
 
 void TestOnboardingView::automaticTrustShowsAllSetAtOnce()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChatServer.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 
@@ -96,4 +97,50 @@ inline void typeText(QWindow* window, const QString& text)
     for (const QChar c : text) {
         QTest::keyClick(window, c.toLatin1());
     }
+}
+
+// A server of one's own, chosen as a user would in the General tab or the walkthrough:
+// "Another OpenAI-compatible server", a preset, the address of `server` typed, "Test
+// connection", then a listed model picked and another one typed. The store follows each
+// step. `server` lists "qwen2.5-0.5b-instruct" and "llama3.2".
+inline void chooseAnotherServer(QQuickView* view, PreferenceStore& store, ChatServer& server)
+{
+    using namespace Qt::StringLiterals;
+    server.setModels({u"qwen2.5-0.5b-instruct"_s, u"llama3.2"_s});
+    QQuickItem* form = findItem(view, "serverForm");
+    QVERIFY(form && !form->isVisible());
+    findItem(view, "serverChoice")->forceActiveFocus();
+    QTest::keyClick(view, Qt::Key_Down);
+    QVERIFY(form->isVisible());
+    QCOMPARE(store.string(Preferences::baseUrl), u"http://127.0.0.1:8080/v1"_s);
+
+    click(findItem(view, "preset Ollama"));
+    QCOMPARE(store.string(Preferences::baseUrl), u"http://127.0.0.1:11434/v1"_s);
+    QQuickItem* address = findItem(view, "serverAddressField");
+    QCOMPARE(address->property("text").toString(), u"http://127.0.0.1:11434/v1"_s);
+
+    address->forceActiveFocus();
+    QTest::keyClick(view, Qt::Key_A, Qt::ControlModifier);
+    typeText(view, server.baseUrl());
+    QCOMPARE(store.string(Preferences::baseUrl), server.baseUrl());
+    click(findItem(view, "testConnectionButton"));
+    QTRY_COMPARE(findItem(view, "connectionStatus")->property("text").toString(),
+                 u"Connected to 127.0.0.1:%1: 2 models (qwen2.5-0.5b-instruct, llama3.2)."_s.arg(
+                     server.port()));
+    QCOMPARE(server.requests().size(), 1);
+    QCOMPARE(server.requests().first().path, QByteArray("/v1/models"));
+    QVERIFY(!server.requests().first().hasHeader("Authorization"));
+
+    QQuickItem* picker = findItem(view, "serverModelPicker");
+    QCOMPARE(picker->property("count").toInt(), 2);
+    picker->forceActiveFocus();
+    QTest::keyClick(view, Qt::Key_Down);
+    QTest::keyClick(view, Qt::Key_Down);
+    QCOMPARE(store.string(Preferences::model), u"llama3.2"_s);
+    click(picker->property("contentItem").value<QQuickItem*>());
+    QTest::keyClick(view, Qt::Key_A, Qt::ControlModifier);
+    typeText(view, u"mistral:7b"_s);
+    QCOMPARE(store.string(Preferences::model), u"mistral:7b"_s);
+    // No key typed: none is stored, and none would be sent.
+    QCOMPARE(store.string(Preferences::apiKey).value_or(QString()), QString());
 }

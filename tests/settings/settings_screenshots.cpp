@@ -126,6 +126,35 @@ int main(int argc, char* argv[])
                     save(onboarding.get(), out.filePath(u"onboarding-3-notray-%1.png"_s.arg(name)));
             }
         }
+
+        // A server of one's own that has answered "Test connection".
+        ChatServer server;
+        server.setModels({u"qwen2.5-0.5b-instruct"_s, u"llama3.2"_s});
+        harness.store.setString(Preferences::apiKey, QString());
+        harness.store.setString(Preferences::baseUrl, server.baseUrl());
+        harness.store.setString(Preferences::model, u"qwen2.5-0.5b-instruct"_s);
+        const auto connected = [](QQuickView* shown) {
+            click(findItem(shown, "testConnectionButton"));
+            return QTest::qWaitFor(
+                [shown] {
+                    return findItem(shown, "connectionStatus")
+                        ->property("text")
+                        .toString()
+                        .startsWith(u"Connected"_s);
+                },
+                10000);
+        };
+        auto general = harness.show(u"qrc:/Ravelo/settings/SettingsView.qml"_s);
+        ok &= general && connected(general.get()) &&
+              save(general.get(), out.filePath(u"settings-server-%1.png"_s.arg(name)));
+        general.reset();
+        auto onboarding = harness.show(u"qrc:/Ravelo/onboarding/OnboardingView.qml"_s);
+        if (onboarding) {
+            onboarding->rootObject()->property("flow").value<QObject*>()->setProperty("currentStep",
+                                                                                      2);
+        }
+        ok &= onboarding && connected(onboarding.get()) &&
+              save(onboarding.get(), out.filePath(u"onboarding-2-server-%1.png"_s.arg(name)));
     }
     return ok ? 0 : 1;
 }

@@ -38,7 +38,7 @@ private slots:
     void choosingAModelStoresItsId();
     void unknownStoredModelIsKept();
     void customModelIsStoredAsTyped();
-    void endpointIsWrittenOnlyWhenEdited();
+    void anotherServerIsChosenAndItsModelsListed();
 
     void addingOpensAnEmptyEditorAndSavesAsLast();
     void escAndBackLeaveTheListUntouched();
@@ -185,15 +185,32 @@ void TestSettingsView::customModelIsStoredAsTyped()
     QVERIFY(!findItem(view.get(), "modelDetail")->isVisible());
 }
 
-void TestSettingsView::endpointIsWrittenOnlyWhenEdited()
+void TestSettingsView::anotherServerIsChosenAndItsModelsListed()
 {
+    ChatServer server;
     QmlHarness harness(m_path);
     auto view = showTab(harness, 0);
     QVERIFY(view);
     QVERIFY(!harness.store.contains(Preferences::baseUrl));
-    findItem(view.get(), "endpointField")->forceActiveFocus();
-    typeText(view.get(), u"http://127.0.0.1:8080/v1"_s);
-    QCOMPARE(harness.store.string(Preferences::baseUrl), u"http://127.0.0.1:8080/v1"_s);
+    chooseAnotherServer(view.get(), harness.store, server);
+    if (QTest::currentTestFailed()) {
+        return;
+    }
+    QVERIFY(!findItem(view.get(), "apiKeyLink")->isVisible());
+
+    // Shown again as chosen when the window opens anew; OpenAI again on request.
+    view.reset();
+    view = showTab(harness, 0);
+    QVERIFY(findItem(view.get(), "serverForm")->isVisible());
+    QCOMPARE(findItem(view.get(), "serverAddressField")->property("text").toString(),
+             server.baseUrl());
+    QCOMPARE(findItem(view.get(), "serverModelPicker")->property("editText").toString(),
+             u"mistral:7b"_s);
+    findItem(view.get(), "serverChoice")->forceActiveFocus();
+    QTest::keyClick(view.get(), Qt::Key_Up);
+    QCOMPARE(harness.store.string(Preferences::baseUrl), QString());
+    QVERIFY(findItem(view.get(), "apiKeyField")->isVisible());
+    QVERIFY(findItem(view.get(), "apiKeyLink")->isVisible());
 }
 
 void TestSettingsView::addingOpensAnEmptyEditorAndSavesAsLast()

@@ -1,6 +1,9 @@
 #include "ChatServer.h"
 
 #include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPointer>
 #include <QSslConfiguration>
 #include <QSslKey>
@@ -103,6 +106,24 @@ ChatResponse ChatResponse::error(int status, const QByteArray& body)
     response.framing = Framing::ContentLength;
     response.pieces.append(Piece{body, 0});
     return response;
+}
+
+QByteArray ChatServer::modelList(const QStringList& ids)
+{
+    QJsonArray data;
+    for (const QString& id : ids) {
+        data.append(QJsonObject{{QLatin1String("id"), id},
+                                {QLatin1String("object"), QLatin1String("model")},
+                                {QLatin1String("owned_by"), QLatin1String("local")}});
+    }
+    return QJsonDocument(QJsonObject{{QLatin1String("object"), QLatin1String("list")},
+                                     {QLatin1String("data"), data}})
+        .toJson(QJsonDocument::Compact);
+}
+
+void ChatServer::setModels(const QStringList& ids)
+{
+    m_models = ids;
 }
 
 ChatResponse ChatResponse::split(const QByteArray& body, qsizetype pieceSize, int delayMs)
@@ -245,7 +266,9 @@ void ChatServer::readFrom(Connection* connection)
     emit requestReceived();
 
     ChatResponse response;
-    if (m_queue.isEmpty()) {
+    if (m_models && request.method == "GET" && request.path == "/v1/models") {
+        response = ChatResponse::error(200, modelList(*m_models));
+    } else if (m_queue.isEmpty()) {
         response = ChatResponse::error(404, R"({"error":"no scripted response"})");
     } else {
         response = m_queue.takeFirst();

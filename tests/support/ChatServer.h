@@ -6,6 +6,9 @@
 #include <QObject>
 #include <QPair>
 #include <QString>
+#include <QStringList>
+
+#include <optional>
 
 class QSslCertificate;
 class QSslKey;
@@ -79,6 +82,11 @@ public:
     void encrypt(const QSslCertificate& certificate, const QSslKey& key);
 
     void enqueue(const ChatResponse& response);
+    /// From now on every GET of {base}/models is answered with these ids, OpenAI style,
+    /// and is recorded but takes nothing from the queue.
+    void setModels(const QStringList& ids);
+    /// The list `setModels` answers with: {"object":"list","data":[{"id":…},…]}.
+    static QByteArray modelList(const QStringList& ids);
     const QList<RecordedRequest>& requests() const { return m_requests; }
     /// How many responses have been written to their scripted end.
     int completedResponses() const { return m_completed; }
@@ -97,6 +105,7 @@ private:
 
     QTcpServer* m_server;
     QList<ChatResponse> m_queue;
+    std::optional<QStringList> m_models;
     QList<RecordedRequest> m_requests;
     int m_completed = 0;
 };
