@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 class PanelWindowSupport;
 class QQmlEngine;
@@ -42,6 +43,12 @@ public:
     /// focus with no text field being edited. The strip and the answer start at their
     /// beginnings.
     void centerAndShow();
+    /// From a trigger on, keys typed before the panel is shown and focused are the panel's:
+    /// they never reach the application that had the focus. Let go once the panel has the
+    /// focus, is hidden, `releaseKeyboard` is called, or after a second at most.
+    void holdKeyboard();
+    /// For a trigger that shows nothing after all; keys held so far are dropped.
+    void releaseKeyboard();
     /// Lets the application's other windows come over the panel until it is shown again.
     void stepBack();
 
@@ -69,6 +76,7 @@ signals:
 protected:
     bool event(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
     void exposeEvent(QExposeEvent* event) override;
 
 private slots:
@@ -80,6 +88,7 @@ private:
     void fitToView();
     void updateShape();
     void focusContent();
+    bool keepUntilShown(QKeyEvent* event);
 
     std::unique_ptr<PanelWindowSupport> m_support;
     QPointer<QQuickItem> m_view;
@@ -88,4 +97,5 @@ private:
     QRegion m_inputRegion;
     bool m_activationPending = false;
     int m_activationAttempts = 0;
+    std::vector<std::unique_ptr<QKeyEvent>> m_keysBeforeShown;
 };
