@@ -236,7 +236,8 @@ void AppDelegate::showPanel()
 FloatingPanel* AppDelegate::createPanel()
 {
     if (!m_panel) {
-        m_panel = new FloatingPanel(qmlEngine());
+        // Created for a trigger: keys typed while its view loads are already its own.
+        m_panel = new FloatingPanel(qmlEngine(), nullptr, FloatingPanel::Keyboard::Held);
         const QPointer<AppDelegate> self(this);
         m_panel->onNumberKeyPressed = [self](int number) {
             if (self) {

@@ -72,7 +72,7 @@ QRectF itemRect(const QQuickItem* root, const char* objectName)
 
 } // namespace
 
-FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
+FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent, Keyboard keyboard)
     : QQuickWindow(parent)
     , m_support(PanelWindowSupport::create())
 {
@@ -83,6 +83,9 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
     surface.setAlphaBufferSize(8);
     setFormat(surface);
     setColor(Qt::transparent);
+    if (keyboard == Keyboard::Held) {
+        holdKeyboard();
+    }
 
     m_margin = m_topMargin = m_support->isCompositing() ? shadowMargin : 0;
     QQmlComponent component(engine, QUrl(QStringLiteral("qrc:/Ravelo/FloatingPanelView.qml")));

@@ -25,8 +25,13 @@ public:
     /// Transparent space around the card where its shadows fall, on each side.
     static constexpr int shadowMargin = 200;
 
+    enum class Keyboard { Free, Held };
+
     /// The view is created in `engine`, which must know the Ravelo module and its singletons.
-    explicit FloatingPanel(QQmlEngine* engine, QWindow* parent = nullptr);
+    /// A panel created for a trigger holds the keyboard (see `holdKeyboard`) before loading
+    /// its view, which takes a while.
+    explicit FloatingPanel(QQmlEngine* engine, QWindow* parent = nullptr,
+                           Keyboard keyboard = Keyboard::Free);
     ~FloatingPanel() override;
 
     /// A digit key 1 to 9 was pressed while no text field was being edited.
