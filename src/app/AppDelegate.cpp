@@ -165,6 +165,9 @@ void AppDelegate::handleTrigger()
         qCDebug(lcApp, "Double copy in one of Ravelo's windows: no trigger");
         return;
     }
+    // Keys typed from now on are meant for the panel, never for the application the text
+    // was copied from.
+    createPanel()->holdKeyboard();
     if (m_waitingForClipboard) {
         // The read already under way serves this trigger too.
         return;
@@ -214,6 +217,9 @@ void AppDelegate::readClipboard()
     m_appState->setLastCustomPromptText(std::nullopt);
     if (text.isEmpty()) {
         qCDebug(lcApp, "Trigger with nothing to show: the clipboard holds no text");
+        if (m_panel && !m_panel->isVisible()) {
+            m_panel->releaseKeyboard();
+        }
         return;
     }
     showPanel();
@@ -224,8 +230,14 @@ void AppDelegate::showPanel()
     qCDebug(lcApp, "Panel requested for %lld characters",
             qlonglong(m_appState->clipboardText().size()));
     emit panelRequested();
+    createPanel()->centerAndShow();
+}
+
+FloatingPanel* AppDelegate::createPanel()
+{
     if (!m_panel) {
-        m_panel = new FloatingPanel(qmlEngine());
+        // Created for a trigger: keys typed while its view loads are already its own.
+        m_panel = new FloatingPanel(qmlEngine(), nullptr, FloatingPanel::Keyboard::Held);
         const QPointer<AppDelegate> self(this);
         m_panel->onNumberKeyPressed = [self](int number) {
             if (self) {
@@ -251,7 +263,7 @@ void AppDelegate::showPanel()
                 &AppDelegate::openSettings);
         connect(m_panel, &FloatingPanel::closed, this, &AppDelegate::windowWillClose);
     }
-    m_panel->centerAndShow();
+    return m_panel;
 }
 
 void AppDelegate::openSettings()

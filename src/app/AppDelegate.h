@@ -49,6 +49,7 @@ public:
     /// clipboard is read once it changes, or after a short while at the latest.
     void handleTrigger();
     void showPanel();
+    FloatingPanel* createPanel();
     void openSettings();
     void showOnboarding();
     /// The walkthrough was finished: its window closes and the triggers are armed.

@@ -72,7 +72,7 @@ QRectF itemRect(const QQuickItem* root, const char* objectName)
 
 } // namespace
 
-FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
+FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent, Keyboard keyboard)
     : QQuickWindow(parent)
     , m_support(PanelWindowSupport::create())
 {
@@ -83,6 +83,9 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
     surface.setAlphaBufferSize(8);
     setFormat(surface);
     setColor(Qt::transparent);
+    if (keyboard == Keyboard::Held) {
+        holdKeyboard();
+    }
 
     m_margin = m_topMargin = m_support->isCompositing() ? shadowMargin : 0;
     QQmlComponent component(engine, QUrl(QStringLiteral("qrc:/Ravelo/FloatingPanelView.qml")));
@@ -117,6 +120,7 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent)
     connect(this, &QWindow::activeChanged, this, [this] {
         if (isActive()) {
             m_activationPending = false;
+            m_support->releaseKeyboard();
         }
     });
     fitToView();
@@ -166,7 +170,18 @@ void FloatingPanel::centerAndShow()
 
     m_support->prepareToMap(this);
     m_support->setKeptAbove(this, true);
+    // Keys typed between the trigger and now come in the order they were typed, unless the
+    // hold ran out before the panel could show.
+    const bool held = m_support->holdsKeyboard();
+    // Keys typed before the window manager gets round to focusing the panel are its own.
+    holdKeyboard();
     show();
+    for (auto& key : m_keysBeforeShown) {
+        if (held) {
+            QCoreApplication::postEvent(this, key.release());
+        }
+    }
+    m_keysBeforeShown.clear();
     if (QGuiApplication::platformName() != u"offscreen") {
         raise();
     }
@@ -178,6 +193,19 @@ void FloatingPanel::centerAndShow()
     focusContent();
 }
 
+void FloatingPanel::holdKeyboard()
+{
+    if (!isActive()) {
+        m_support->holdKeyboard(this);
+    }
+}
+
+void FloatingPanel::releaseKeyboard()
+{
+    m_support->releaseKeyboard();
+    m_keysBeforeShown.clear();
+}
+
 void FloatingPanel::stepBack()
 {
     if (isVisible()) {
@@ -187,7 +215,7 @@ void FloatingPanel::stepBack()
 
 bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
 {
-    if (!isVisible() || !isActive()) {
+    if (!isVisible() || !(isActive() || m_support->holdsKeyboard())) {
         return false;
     }
     const QQuickItem* focus = activeFocusItem();
@@ -248,6 +276,9 @@ bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
 
 bool FloatingPanel::event(QEvent* event)
 {
+    if (event->type() == QEvent::Hide) {
+        releaseKeyboard();
+    }
     if (event->type() == QEvent::Close) {
         // Closing only hides: the panel, its native window and its callbacks stay for the
         // next trigger.
@@ -262,13 +293,34 @@ bool FloatingPanel::event(QEvent* event)
     return QQuickWindow::event(event);
 }
 
+bool FloatingPanel::keepUntilShown(QKeyEvent* event)
+{
+    if (isVisible() || !m_support->holdsKeyboard()) {
+        return false;
+    }
+    m_keysBeforeShown.emplace_back(event->clone());
+    event->accept();
+    return true;
+}
+
 void FloatingPanel::keyPressEvent(QKeyEvent* event)
 {
+    if (keepUntilShown(event)) {
+        return;
+    }
     if (routeKeyDown(*event)) {
         event->accept();
         return;
     }
     QQuickWindow::keyPressEvent(event);
+}
+
+void FloatingPanel::keyReleaseEvent(QKeyEvent* event)
+{
+    if (keepUntilShown(event)) {
+        return;
+    }
+    QQuickWindow::keyReleaseEvent(event);
 }
 
 void FloatingPanel::exposeEvent(QExposeEvent* event)

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 class PanelWindowSupport;
 class QQmlEngine;
@@ -24,8 +25,13 @@ public:
     /// Transparent space around the card where its shadows fall, on each side.
     static constexpr int shadowMargin = 200;
 
+    enum class Keyboard { Free, Held };
+
     /// The view is created in `engine`, which must know the Ravelo module and its singletons.
-    explicit FloatingPanel(QQmlEngine* engine, QWindow* parent = nullptr);
+    /// A panel created for a trigger holds the keyboard (see `holdKeyboard`) before loading
+    /// its view, which takes a while.
+    explicit FloatingPanel(QQmlEngine* engine, QWindow* parent = nullptr,
+                           Keyboard keyboard = Keyboard::Free);
     ~FloatingPanel() override;
 
     /// A digit key 1 to 9 was pressed while no text field was being edited.
@@ -42,6 +48,12 @@ public:
     /// focus with no text field being edited. The strip and the answer start at their
     /// beginnings.
     void centerAndShow();
+    /// From a trigger on, keys typed before the panel is shown and focused are the panel's:
+    /// they never reach the application that had the focus. Let go once the panel has the
+    /// focus, is hidden, `releaseKeyboard` is called, or after a second at most.
+    void holdKeyboard();
+    /// For a trigger that shows nothing after all; keys held so far are dropped.
+    void releaseKeyboard();
     /// Lets the application's other windows come over the panel until it is shown again.
     void stepBack();
 
@@ -69,6 +81,7 @@ signals:
 protected:
     bool event(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
     void exposeEvent(QExposeEvent* event) override;
 
 private slots:
@@ -80,6 +93,7 @@ private:
     void fitToView();
     void updateShape();
     void focusContent();
+    bool keepUntilShown(QKeyEvent* event);
 
     std::unique_ptr<PanelWindowSupport> m_support;
     QPointer<QQuickItem> m_view;
@@ -88,4 +102,5 @@ private:
     QRegion m_inputRegion;
     bool m_activationPending = false;
     int m_activationAttempts = 0;
+    std::vector<std::unique_ptr<QKeyEvent>> m_keysBeforeShown;
 };

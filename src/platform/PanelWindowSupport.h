@@ -33,6 +33,14 @@ public:
     /// windows below. An empty region takes them everywhere.
     virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
 
+    /// Keeps keys typed while the window is being shown and focused from reaching the
+    /// application that had the focus: until `releaseKeyboard`, or a second at most, they are
+    /// delivered to `window`. Call before showing it.
+    virtual void holdKeyboard(QWindow* window) { Q_UNUSED(window); }
+    virtual void releaseKeyboard() {}
+    /// Whether keys typed now go to the window passed to `holdKeyboard`.
+    virtual bool holdsKeyboard() const { return false; }
+
 signals:
     void compositingChanged();
 };

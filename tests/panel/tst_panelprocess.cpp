@@ -4,6 +4,7 @@
 // back from the screen.
 #include "ChatServer.h"
 #include "DesktopSession.h"
+#include "XTestKeyboard.h"
 #include "model/PreferenceStore.h"
 
 #include <QDir>
@@ -280,10 +281,41 @@ private slots:
         const qsizetype before = m_server->requests().size();
         QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
         QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
-        // The digit runs prompt 2 instead of going into the field. A key typed right as the
-        // window manager focuses the panel is now and then lost: type again until one lands.
-        QTRY_VERIFY(DesktopSession::key(QStringLiteral("2")) &&
-                    m_server->requests().size() > before);
+        // The digit runs prompt 2 instead of going into the field.
+        QVERIFY(DesktopSession::key(QStringLiteral("2")));
+        QTRY_COMPARE(m_server->requests().size(), before + 1);
+    }
+
+    // The user copies in another application and types the digit at once, while the window
+    // manager is still mapping and focusing the panel: the digit runs the prompt and never
+    // reaches the other application.
+    void aDigitTypedAtOnceReachesThePanel()
+    {
+        startApp();
+        QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Some copied text")));
+        XTestKeyboard other;
+        QVERIFY(other.isValid());
+        const xcb_window_t window = other.createFocusedWindow();
+        Screen screen;
+        for (int round = 1; round <= 20; ++round) {
+            QTRY_VERIFY_WITH_TIMEOUT(
+                DesktopSession::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
+                                         QString::number(window)}),
+                5000);
+            other.takeKeyPresses();
+            const qsizetype before = m_server->requests().size();
+            QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+            QTRY_VERIFY_WITH_TIMEOUT(
+                (m_appLog += m_app->readAllStandardError()).count("Panel requested for") == round,
+                10000);
+            // Typed as soon as Ravelo has taken the trigger, not once the panel has the focus.
+            QVERIFY(DesktopSession::key(QStringLiteral("1")));
+            QTRY_VERIFY2_WITH_TIMEOUT(m_server->requests().size() == before + 1,
+                                      qPrintable(QStringLiteral("round %1").arg(round)), 10000);
+            QCOMPARE(other.takeKeyPresses(), QList<xcb_keycode_t>());
+            QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
+            QTRY_VERIFY_WITH_TIMEOUT(!screen.card(1).isValid(), 10000);
+        }
     }
 
     void fitsTheWorkArea_data()

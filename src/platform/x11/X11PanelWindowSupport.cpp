@@ -31,13 +31,17 @@ constexpr uint32_t sourcePager = 2;
 constexpr uint32_t allDesktops = 0xFFFFFFFF;
 constexpr uint32_t netWmStateRemove = 0;
 constexpr uint32_t netWmStateAdd = 1;
+// Another client's grab (the hotkey's, while its key is down) is asked again this often.
+constexpr int keyboardGrabRetryMs = 10;
+// The window manager focuses a new window within this; the keyboard is never held longer.
+constexpr int keyboardHoldLimitMs = 1000;
 
 } // namespace
 
 std::unique_ptr<X11PanelWindowSupport> X11PanelWindowSupport::create()
 {
     auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    if (!x11 || !x11->display()) {
+    if (!x11 || !x11->display() || !x11->connection()) {
         return nullptr;
     }
     Display* display = x11->display();
@@ -50,11 +54,14 @@ std::unique_ptr<X11PanelWindowSupport> X11PanelWindowSupport::create()
         }
         return nullptr;
     }
-    return std::unique_ptr<X11PanelWindowSupport>(new X11PanelWindowSupport(connection, screen));
+    return std::unique_ptr<X11PanelWindowSupport>(
+        new X11PanelWindowSupport(connection, x11->connection(), screen));
 }
 
-X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection, int screenNumber)
+X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection,
+                                             xcb_connection_t* qtConnection, int screenNumber)
     : m_connection(connection)
+    , m_qtConnection(qtConnection)
 {
     xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
     for (int i = 0; i < screenNumber && it.rem; ++i) {
@@ -93,10 +100,22 @@ X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection, int s
                                                    QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this,
             &X11PanelWindowSupport::readEvents);
+
+    m_grabRetry.setInterval(keyboardGrabRetryMs);
+    connect(&m_grabRetry, &QTimer::timeout, this, &X11PanelWindowSupport::grabKeyboard);
+    m_holdLimit.setSingleShot(true);
+    m_holdLimit.setInterval(keyboardHoldLimitMs);
+    connect(&m_holdLimit, &QTimer::timeout, this, [this] {
+        qCDebug(lcPanelX11) << "the panel got no focus in time: keyboard let go";
+        releaseKeyboard();
+    });
+    qGuiApp->installNativeEventFilter(this);
 }
 
 X11PanelWindowSupport::~X11PanelWindowSupport()
 {
+    qGuiApp->removeNativeEventFilter(this);
+    releaseKeyboard();
     m_notifier.reset();
     xcb_destroy_window(m_connection, m_clockWindow);
     xcb_disconnect(m_connection);
@@ -268,6 +287,77 @@ void X11PanelWindowSupport::setInputRegion(QWindow* window, const QRegion& regio
                              static_cast<uint32_t>(rectangles.size()), rectangles.data());
     }
     xcb_flush(m_connection);
+}
+
+void X11PanelWindowSupport::holdKeyboard(QWindow* window)
+{
+    window->create();
+    m_keyboardWindow = window;
+    m_keyboardWanted = true;
+    m_holdLimit.start();
+    grabKeyboard();
+}
+
+void X11PanelWindowSupport::grabKeyboard()
+{
+    if (!m_keyboardWanted || m_keyboardGrabbed) {
+        m_grabRetry.stop();
+        return;
+    }
+    // On the root window, since the panel is not viewable yet. With owner events, keys go
+    // to the panel as usual once it has the focus; until then they come with the root as
+    // their window, and the filter below hands them to the panel.
+    Reply<xcb_grab_keyboard_reply_t> reply(
+        xcb_grab_keyboard_reply(m_qtConnection,
+                                xcb_grab_keyboard(m_qtConnection, 1, m_root, XCB_CURRENT_TIME,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                nullptr));
+    if (reply && reply->status == XCB_GRAB_STATUS_SUCCESS) {
+        m_keyboardGrabbed = true;
+        m_grabRetry.stop();
+        qCDebug(lcPanelX11) << "keyboard held for the panel";
+        return;
+    }
+    // Typically the hotkey's own grab, which ends when its key is released.
+    qCDebug(lcPanelX11) << "keyboard busy, status" << (reply ? int(reply->status) : -1);
+    if (!m_grabRetry.isActive()) {
+        m_grabRetry.start();
+    }
+}
+
+void X11PanelWindowSupport::releaseKeyboard()
+{
+    m_keyboardWanted = false;
+    m_grabRetry.stop();
+    m_holdLimit.stop();
+    if (m_keyboardGrabbed) {
+        m_keyboardGrabbed = false;
+        xcb_ungrab_keyboard(m_qtConnection, XCB_CURRENT_TIME);
+        xcb_flush(m_qtConnection);
+        qCDebug(lcPanelX11) << "keyboard let go";
+    }
+}
+
+bool X11PanelWindowSupport::nativeEventFilter(const QByteArray& eventType, void* message,
+                                              qintptr* result)
+{
+    Q_UNUSED(result);
+    if (!m_keyboardWindow || eventType != "xcb_generic_event_t") {
+        return false;
+    }
+    auto* event = static_cast<xcb_generic_event_t*>(message);
+    const uint8_t type = event->response_type & 0x7f;
+    if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE) {
+        return false;
+    }
+    // Only the grab reports keys on the root window to this client, also once it has been
+    // let go for those still queued.
+    auto* key = reinterpret_cast<xcb_key_press_event_t*>(event);
+    if (key->event == m_root) {
+        key->event = static_cast<xcb_window_t>(m_keyboardWindow->winId());
+        key->child = XCB_NONE;
+    }
+    return false;
 }
 
 void X11PanelWindowSupport::readEvents()

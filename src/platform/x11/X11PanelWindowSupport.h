@@ -2,6 +2,10 @@
 
 #include "platform/PanelWindowSupport.h"
 
+#include <QAbstractNativeEventFilter>
+#include <QPointer>
+#include <QTimer>
+
 #include <xcb/xcb.h>
 
 #include <memory>
@@ -11,8 +15,9 @@ class QSocketNotifier;
 /// The quick panel's window tweaks on X11, done on a connection of its own so that Qt's event
 /// stream stays untouched: EWMH hints before mapping, `_NET_ACTIVE_WINDOW` as a pager would
 /// send it (which focus-stealing prevention lets through), and the `_NET_WM_CM_S<n>` selection
-/// followed through XFixes.
-class X11PanelWindowSupport : public PanelWindowSupport {
+/// followed through XFixes. Holding the keyboard is done on Qt's own connection, which is
+/// the one the keys must reach.
+class X11PanelWindowSupport : public PanelWindowSupport, public QAbstractNativeEventFilter {
     Q_OBJECT
 
 public:
@@ -25,24 +30,37 @@ public:
     void activate(QWindow* window) override;
     void setKeptAbove(QWindow* window, bool above) override;
     void setInputRegion(QWindow* window, const QRegion& region) override;
+    void holdKeyboard(QWindow* window) override;
+    void releaseKeyboard() override;
+    bool holdsKeyboard() const override { return m_keyboardGrabbed; }
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr* result) override;
 
     /// A server timestamp taken now, for requests that focus-stealing prevention judges.
     xcb_timestamp_t currentTime();
 
 private:
-    X11PanelWindowSupport(xcb_connection_t* connection, int screenNumber);
+    X11PanelWindowSupport(xcb_connection_t* connection, xcb_connection_t* qtConnection,
+                          int screenNumber);
 
     xcb_atom_t atom(const char* name);
     bool queryCompositing();
     bool windowManagerSupports(xcb_atom_t feature);
     void readEvents();
     void handleEvent(const xcb_generic_event_t* event);
+    void grabKeyboard();
 
     xcb_connection_t* m_connection;
+    xcb_connection_t* m_qtConnection;
     xcb_window_t m_root = XCB_NONE;
     xcb_window_t m_clockWindow = XCB_NONE;
     xcb_atom_t m_cmSelection = XCB_NONE;
     uint8_t m_xfixesFirstEvent = 0;
     bool m_compositing = false;
     std::unique_ptr<QSocketNotifier> m_notifier;
+    QPointer<QWindow> m_keyboardWindow;
+    bool m_keyboardWanted = false;
+    bool m_keyboardGrabbed = false;
+    QTimer m_grabRetry;
+    QTimer m_holdLimit;
 };
