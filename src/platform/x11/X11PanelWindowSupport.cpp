@@ -121,8 +121,19 @@ X11PanelWindowSupport::~X11PanelWindowSupport()
     xcb_disconnect(m_connection);
 }
 
+void X11PanelWindowSupport::readEventsSoon()
+{
+    // A reply is read together with the events that came before it, into xcb's queue, where
+    // the socket notifier no longer sees them: a compositor that stops would go unnoticed.
+    if (!m_readScheduled) {
+        m_readScheduled = true;
+        QMetaObject::invokeMethod(this, &X11PanelWindowSupport::readEvents, Qt::QueuedConnection);
+    }
+}
+
 xcb_atom_t X11PanelWindowSupport::atom(const char* name)
 {
+    readEventsSoon();
     Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
         m_connection,
         xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
@@ -131,6 +142,7 @@ xcb_atom_t X11PanelWindowSupport::atom(const char* name)
 
 bool X11PanelWindowSupport::queryCompositing()
 {
+    readEventsSoon();
     Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
         m_connection, xcb_get_selection_owner(m_connection, m_cmSelection), nullptr));
     return reply && reply->owner != XCB_NONE;
@@ -362,6 +374,7 @@ bool X11PanelWindowSupport::nativeEventFilter(const QByteArray& eventType, void*
 
 void X11PanelWindowSupport::readEvents()
 {
+    m_readScheduled = false;
     while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
         handleEvent(event);
         std::free(event);

@@ -47,6 +47,7 @@ private:
     bool queryCompositing();
     bool windowManagerSupports(xcb_atom_t feature);
     void readEvents();
+    void readEventsSoon();
     void handleEvent(const xcb_generic_event_t* event);
     void grabKeyboard();
 
@@ -57,6 +58,7 @@ private:
     xcb_atom_t m_cmSelection = XCB_NONE;
     uint8_t m_xfixesFirstEvent = 0;
     bool m_compositing = false;
+    bool m_readScheduled = false;
     std::unique_ptr<QSocketNotifier> m_notifier;
     QPointer<QWindow> m_keyboardWindow;
     bool m_keyboardWanted = false;

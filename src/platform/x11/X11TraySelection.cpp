@@ -1,5 +1,6 @@
 #include "platform/x11/X11TraySelection.h"
 
+#include <QAbstractEventDispatcher>
 #include <QByteArray>
 #include <QSocketNotifier>
 
@@ -65,7 +66,12 @@ X11TraySelection::X11TraySelection(xcb_connection_t* connection, int screenNumbe
 
     m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection),
                                                    QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, &X11TraySelection::readEvents);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this,
+            [this] { readEvents(xcb_poll_for_event); });
+    // A reply read the events that came with it into xcb's queue, where the socket notifier no
+    // longer sees them: they are looked for there whenever the event loop is about to wait.
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+            [this] { readEvents(xcb_poll_for_queued_event); });
 }
 
 X11TraySelection::~X11TraySelection()
@@ -85,10 +91,10 @@ bool X11TraySelection::hasOwner() const
     return reply && reply->owner != XCB_NONE;
 }
 
-void X11TraySelection::readEvents()
+void X11TraySelection::readEvents(xcb_generic_event_t* (*next)(xcb_connection_t*))
 {
     bool appeared = false;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+    while (xcb_generic_event_t* event = next(m_connection)) {
         if ((event->response_type & 0x7f) == m_xfixesFirstEvent + XCB_XFIXES_SELECTION_NOTIFY) {
             const auto* notify = reinterpret_cast<xcb_xfixes_selection_notify_event_t*>(event);
             appeared = appeared || notify->owner != XCB_NONE;

@@ -26,7 +26,7 @@ signals:
 
 private:
     X11TraySelection(xcb_connection_t* connection, int screenNumber, uint8_t xfixesFirstEvent);
-    void readEvents();
+    void readEvents(xcb_generic_event_t* (*next)(xcb_connection_t*));
 
     xcb_connection_t* m_connection;
     xcb_window_t m_window = XCB_NONE;
