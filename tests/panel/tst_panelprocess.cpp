@@ -4,6 +4,7 @@
 // back from the screen.
 #include "ChatServer.h"
 #include "DesktopSession.h"
+#include "RaveloProcess.h"
 #include "XTestKeyboard.h"
 #include "model/PreferenceStore.h"
 
@@ -25,11 +26,6 @@
 #include <cstring>
 
 namespace {
-
-QString binary()
-{
-    return qEnvironmentVariable("RAVELO_BINARY");
-}
 
 // The screen as another client sees it.
 class Screen {
@@ -147,53 +143,15 @@ class TestPanelProcess : public QObject {
 private:
     DesktopSession m_desktop;
     std::unique_ptr<ChatServer> m_server;
-    std::unique_ptr<QProcess> m_app;
-    QByteArray m_appLog;
-
-    struct Result {
-        int exitCode = -1;
-        QByteArray err;
-    };
-
-    // A short command, while this process's event loop keeps serving the clipboard.
-    Result run(const QStringList& arguments)
-    {
-        QProcess process;
-        process.start(binary(), arguments);
-        if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; },
-                             15000)) {
-            process.kill();
-            process.waitForFinished();
-            return {};
-        }
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardError()};
-    }
-
-    bool appLogged(const char* text)
-    {
-        return QTest::qWaitFor(
-            [&] {
-                m_appLog += m_app->readAllStandardError();
-                return m_appLog.contains(text);
-            },
-            10000);
-    }
+    RunningRavelo m_app;
 
     void startApp(const QString& scaleFactor = QString())
     {
-        m_appLog.clear();
-        m_app = std::make_unique<QProcess>();
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
-                           QStringLiteral("ravelo.app.debug=true"));
+        QProcessEnvironment environment;
         if (!scaleFactor.isEmpty()) {
             environment.insert(QStringLiteral("QT_SCALE_FACTOR"), scaleFactor);
         }
-        m_app->setProcessEnvironment(environment);
-        m_app->start(binary(), {});
-        QVERIFY(m_app->waitForStarted());
-        QVERIFY2(appLogged("Listening on"), m_appLog.constData());
+        QVERIFY2(m_app.start({}, environment), m_app.log().constData());
     }
 
     QString sentUserText(int request) const
@@ -211,7 +169,7 @@ private:
 private slots:
     void initTestCase()
     {
-        QVERIFY(QFileInfo(binary()).isExecutable());
+        QVERIFY(QFileInfo(raveloBinary()).isExecutable());
         QVERIFY(m_desktop.startWindowManager());
         m_server = std::make_unique<ChatServer>();
         const QString path =
@@ -224,17 +182,7 @@ private slots:
         preferences.setString(Preferences::baseUrl, m_server->baseUrl());
     }
 
-    void cleanup()
-    {
-        if (m_app && m_app->state() != QProcess::NotRunning) {
-            m_app->terminate();
-            if (!m_app->waitForFinished(5000)) {
-                m_app->kill();
-                m_app->waitForFinished();
-            }
-        }
-        m_app.reset();
-    }
+    void cleanup() { m_app.stop(); }
 
     void aHugeCopyOpensThePanelAndIsSentWhole()
     {
@@ -242,15 +190,15 @@ private slots:
         const QString line = QStringLiteral("0123456789 abcdefghij ").repeated(4) + u'\n';
         const QString text = line.repeated(20'000'000 / line.size());
         QVERIFY(DesktopSession::copyInOtherApplication(text));
-        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
-        QVERIFY2(appLogged(QByteArray("Panel requested for " + QByteArray::number(text.size()) +
-                                      " characters")
-                               .constData()),
-                 m_appLog.right(2000).constData());
+        QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
+        QVERIFY2(m_app.logged(QByteArray("Panel requested for " + QByteArray::number(text.size()) +
+                                         " characters")
+                                  .constData()),
+                 m_app.log().right(2000).constData());
         Screen screen;
         QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
         // The instance still answers while the panel shows the copy.
-        const Result again = run({QStringLiteral("trigger")});
+        const RaveloResult again = runRavelo({QStringLiteral("trigger")});
         QCOMPARE(again.exitCode, 0);
         QCOMPARE(again.err, QByteArray());
 
@@ -266,7 +214,7 @@ private slots:
     {
         startApp();
         QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Some copied text")));
-        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
         Screen screen;
         QRect card;
         QTRY_VERIFY_WITH_TIMEOUT((card = screen.card(1)).isValid(), 10000);
@@ -279,7 +227,7 @@ private slots:
         QTRY_VERIFY(!screen.card(1).isValid());
 
         const qsizetype before = m_server->requests().size();
-        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
         QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
         // The digit runs prompt 2 instead of going into the field.
         QVERIFY(DesktopSession::key(QStringLiteral("2")));
@@ -304,10 +252,8 @@ private slots:
                 5000);
             other.takeKeyPresses();
             const qsizetype before = m_server->requests().size();
-            QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
-            QTRY_VERIFY_WITH_TIMEOUT(
-                (m_appLog += m_app->readAllStandardError()).count("Panel requested for") == round,
-                10000);
+            QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
+            QTRY_VERIFY_WITH_TIMEOUT(m_app.readLog().count("Panel requested for") == round, 10000);
             // Typed as soon as Ravelo has taken the trigger, not once the panel has the focus.
             QVERIFY(DesktopSession::key(QStringLiteral("1")));
             QTRY_VERIFY2_WITH_TIMEOUT(m_server->requests().size() == before + 1,
@@ -355,7 +301,7 @@ private slots:
             text += QStringLiteral("Line %1 of the copied text\n").arg(i);
         }
         QVERIFY(DesktopSession::copyInOtherApplication(text.trimmed()));
-        QCOMPARE(run({QStringLiteral("trigger")}).exitCode, 0);
+        QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
 
         Screen screen;
         const QRect area = screen.workArea();

@@ -33,14 +33,17 @@ bool RunningRavelo::start(const QStringList& arguments, const QProcessEnvironmen
     return m_process->waitForStarted() && logged("Listening on");
 }
 
+const QByteArray& RunningRavelo::readLog()
+{
+    if (m_process) {
+        m_log += m_process->readAllStandardError();
+    }
+    return m_log;
+}
+
 bool RunningRavelo::logged(const char* text)
 {
-    return m_process && QTest::qWaitFor(
-                            [&] {
-                                m_log += m_process->readAllStandardError();
-                                return m_log.contains(text);
-                            },
-                            10000);
+    return m_process && QTest::qWaitFor([&] { return readLog().contains(text); }, 10000);
 }
 
 void RunningRavelo::stop()

@@ -33,6 +33,8 @@ public:
     /// Forgets what it logged so far, so that `logged` looks at what comes next.
     void clearLog() { m_log.clear(); }
     const QByteArray& log() const { return m_log; }
+    /// Everything it has logged so far, with what came since the last look.
+    const QByteArray& readLog();
     QProcess* process() const { return m_process.get(); }
     void stop();
 
