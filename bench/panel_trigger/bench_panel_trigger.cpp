@@ -23,6 +23,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -143,22 +144,26 @@ int main(int argc, char** argv)
                          qlonglong(text.size()));
         }
 
-        const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
-        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &mask);
-        xcb_flush(c);
-        QProcess trigger;
-        trigger.setProcessEnvironment(env);
-        timer.restart();
-        trigger.start(ravelo, {QStringLiteral("trigger")});
-        const bool mapped = waitForMap(c, 600000);
-        const qint64 mappedMs = mapped ? timer.elapsed() : -1;
-        while (!cardShows(c, screen) && timer.elapsed() < 600000) {
-            QThread::usleep(500);
-        }
-        const qint64 drawnMs = timer.elapsed();
-        trigger.waitForFinished();
-        const uint32_t none = 0;
-        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &none);
+        // `ravelo trigger`: milliseconds until the panel is mapped (-1: never) and drawn.
+        const auto timeTrigger = [&]() -> std::pair<qint64, qint64> {
+            const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+            xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &mask);
+            xcb_flush(c);
+            QProcess trigger;
+            trigger.setProcessEnvironment(env);
+            timer.restart();
+            trigger.start(ravelo, {QStringLiteral("trigger")});
+            const qint64 mapped = waitForMap(c, 600000) ? timer.elapsed() : -1;
+            while (!cardShows(c, screen) && timer.elapsed() < 600000) {
+                QThread::usleep(500);
+            }
+            const qint64 drawn = timer.elapsed();
+            trigger.waitForFinished();
+            const uint32_t none = 0;
+            xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &none);
+            return {mapped, drawn};
+        };
+        const auto [mappedMs, drawnMs] = timeTrigger();
 
         timer.restart();
         QProcess again;
@@ -174,19 +179,7 @@ int main(int argc, char** argv)
         while (cardShows(c, screen)) {
             QThread::msleep(50);
         }
-        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &mask);
-        xcb_flush(c);
-        QProcess third;
-        third.setProcessEnvironment(env);
-        timer.restart();
-        third.start(ravelo, {QStringLiteral("trigger")});
-        const qint64 againMapped = waitForMap(c, 600000) ? timer.elapsed() : -1;
-        while (!cardShows(c, screen) && timer.elapsed() < 600000) {
-            QThread::usleep(500);
-        }
-        const qint64 againDrawn = timer.elapsed();
-        third.waitForFinished();
-        xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &none);
+        const auto [againMapped, againDrawn] = timeTrigger();
 
         std::printf("%6s %8lld %10lld %9lld %10lld %6lld / %5lld %12s%s\n", qPrintable(size),
                     readMs, mappedMs, drawnMs, answerMs, againMapped, againDrawn,

@@ -94,18 +94,6 @@ private:
         return DesktopSession::copyInOtherApplication(text);
     }
 
-    QString sentSystemPrompt(int request) const
-    {
-        return QJsonDocument::fromJson(m_server->requests().at(request).body)
-            .object()
-            .value(QLatin1String("messages"))
-            .toArray()
-            .at(0)
-            .toObject()
-            .value(QLatin1String("content"))
-            .toString();
-    }
-
 private slots:
     void initTestCase()
     {
@@ -236,7 +224,7 @@ private slots:
         QTRY_COMPARE(m_state->resultText(), QStringLiteral("Hello world"));
         QTRY_VERIFY(!m_state->isLoading());
         QTRY_COMPARE(viewText("answerText"), QStringLiteral("Hello world"));
-        QCOMPARE(sentSystemPrompt(0), m_state->prompts().first().systemPrompt);
+        QCOMPARE(m_server->sentMessage(0, 0), m_state->prompts().first().systemPrompt);
         QCOMPARE(m_preferences->integer(Preferences::totalPromptsUsed), 1);
 
         QVERIFY(key(QStringLiteral("ctrl+c")));
@@ -302,7 +290,7 @@ private slots:
         QVERIFY(DesktopSession::type(QStringLiteral("Shout it")));
         QVERIFY(key(QStringLiteral("Return")));
         QTRY_COMPARE(m_state->resultText(), QStringLiteral("QUIET WORDS"));
-        QCOMPARE(sentSystemPrompt(0), QStringLiteral("Shout it"));
+        QCOMPARE(m_server->sentMessage(0, 0), QStringLiteral("Shout it"));
         QCOMPARE(m_state->lastCustomPromptText(),
                  std::optional<QString>(QStringLiteral("Shout it")));
 

@@ -92,14 +92,8 @@ private slots:
         QCOMPARE(result.out, QByteArray("Hello world"));
 
         QCOMPARE(m_server->requests().size(), 1);
-        const QJsonArray messages = QJsonDocument::fromJson(m_server->requests().first().body)
-                                        .object()
-                                        .value(QLatin1String("messages"))
-                                        .toArray();
-        QCOMPARE(messages.at(0).toObject().value(QLatin1String("content")).toString(),
-                 Prompt::defaults().first().systemPrompt);
-        QCOMPARE(messages.at(1).toObject().value(QLatin1String("content")).toString(),
-                 QStringLiteral("Hallo Welt"));
+        QCOMPARE(m_server->sentMessage(0, 0), Prompt::defaults().first().systemPrompt);
+        QCOMPARE(m_server->sentMessage(0, 1), QStringLiteral("Hallo Welt"));
         QCOMPARE(preferences()->integer(Preferences::totalPromptsUsed), 1);
     }
 
@@ -146,14 +140,8 @@ private slots:
             "Grüße\n");
         QCOMPARE(result.exitCode, 0);
         QCOMPARE(result.out, QByteArray("ok"));
-        const QJsonArray messages = QJsonDocument::fromJson(m_server->requests().first().body)
-                                        .object()
-                                        .value(QLatin1String("messages"))
-                                        .toArray();
-        QCOMPARE(messages.at(0).toObject().value(QLatin1String("content")).toString(),
-                 QStringLiteral("Summarize."));
-        QCOMPARE(messages.at(1).toObject().value(QLatin1String("content")).toString(),
-                 QStringLiteral("Grüße\n"));
+        QCOMPARE(m_server->sentMessage(0, 0), QStringLiteral("Summarize."));
+        QCOMPARE(m_server->sentMessage(0, 1), QStringLiteral("Grüße\n"));
     }
 
     void failures_data()

@@ -1,6 +1,5 @@
 #include "RaveloProcess.h"
 #include "app/SingleInstance.h"
-#include "model/PreferenceStore.h"
 
 #include <QClipboard>
 #include <QDir>
@@ -30,13 +29,7 @@ private slots:
                                                                            QFileDevice::WriteOwner |
                                                                            QFileDevice::ExeOwner);
         QVERIFY(SingleInstance::socketName().startsWith(qEnvironmentVariable("XDG_RUNTIME_DIR")));
-        // Past the walkthrough, double copy off: the instance only waits for requests.
-        const QString path =
-            qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Ravelo/Ravelo.conf");
-        QFile::remove(path);
-        PreferenceStore preferences(path);
-        preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
-        preferences.setBoolean(Preferences::useDoubleCopy, false);
+        preferencesPastWalkthrough();
     }
 
     void cleanup() { m_app.stop(); }

@@ -154,30 +154,13 @@ private:
         QVERIFY2(m_app.start({}, environment), m_app.log().constData());
     }
 
-    QString sentUserText(int request) const
-    {
-        return QJsonDocument::fromJson(m_server->requests().at(request).body)
-            .object()
-            .value(QLatin1String("messages"))
-            .toArray()
-            .at(1)
-            .toObject()
-            .value(QLatin1String("content"))
-            .toString();
-    }
-
 private slots:
     void initTestCase()
     {
         QVERIFY(QFileInfo(raveloBinary()).isExecutable());
         QVERIFY(m_desktop.startWindowManager());
         m_server = std::make_unique<ChatServer>();
-        const QString path =
-            qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Ravelo/Ravelo.conf");
-        QFile::remove(path);
-        PreferenceStore preferences(path);
-        preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
-        preferences.setBoolean(Preferences::useDoubleCopy, false);
+        PreferenceStore preferences(preferencesPastWalkthrough());
         preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
         preferences.setString(Preferences::baseUrl, m_server->baseUrl());
     }
@@ -206,8 +189,8 @@ private slots:
             ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
         QVERIFY(DesktopSession::key(QStringLiteral("1")));
         QTRY_VERIFY_WITH_TIMEOUT(!m_server->requests().isEmpty(), 15000);
-        QCOMPARE(sentUserText(0).size(), text.size());
-        QVERIFY(sentUserText(0) == text);
+        QCOMPARE(m_server->sentMessage(0, 1).size(), text.size());
+        QVERIFY(m_server->sentMessage(0, 1) == text);
     }
 
     void shownAgainNoFieldIsEdited()

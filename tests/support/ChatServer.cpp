@@ -108,6 +108,18 @@ ChatResponse ChatResponse::error(int status, const QByteArray& body)
     return response;
 }
 
+QString ChatServer::sentMessage(int request, int index) const
+{
+    return QJsonDocument::fromJson(m_requests.value(request).body)
+        .object()
+        .value(QLatin1String("messages"))
+        .toArray()
+        .at(index)
+        .toObject()
+        .value(QLatin1String("content"))
+        .toString();
+}
+
 QByteArray ChatServer::modelList(const QStringList& ids)
 {
     QJsonArray data;

@@ -88,6 +88,9 @@ public:
     /// The list `setModels` answers with: {"object":"list","data":[{"id":…},…]}.
     static QByteArray modelList(const QStringList& ids);
     const QList<RecordedRequest>& requests() const { return m_requests; }
+    /// The text of message `index` (0 the system prompt, 1 the user's text) of a recorded
+    /// chat request; empty when there is none.
+    QString sentMessage(int request, int index) const;
     /// How many responses have been written to their scripted end.
     int completedResponses() const { return m_completed; }
 

@@ -1,10 +1,24 @@
 #include "RaveloProcess.h"
 
+#include "model/PreferenceStore.h"
+
+#include <QFile>
 #include <QTest>
 
 QString raveloBinary()
 {
     return qEnvironmentVariable("RAVELO_BINARY");
+}
+
+QString preferencesPastWalkthrough()
+{
+    const QString path =
+        qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Ravelo/Ravelo.conf");
+    QFile::remove(path);
+    PreferenceStore preferences(path);
+    preferences.setBoolean(Preferences::hasCompletedOnboarding, true);
+    preferences.setBoolean(Preferences::useDoubleCopy, false);
+    return path;
 }
 
 RaveloResult runRavelo(const QStringList& arguments)

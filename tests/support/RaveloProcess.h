@@ -9,6 +9,10 @@
 /// The real ravelo binary, as the build names it in RAVELO_BINARY.
 QString raveloBinary();
 
+/// The test's preferences file made anew, past the walkthrough and with double copy off, so
+/// that a started instance only waits for requests. Returns its path.
+QString preferencesPastWalkthrough();
+
 struct RaveloResult {
     int exitCode = -1; ///< -1 when the command crashed or did not end in time
     QByteArray out;
