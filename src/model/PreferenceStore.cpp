@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <limits>
 
-Q_LOGGING_CATEGORY(lcPreferences, "ravelo.preferences")
+Q_LOGGING_CATEGORY(lcPreferences, "ravelo.preferences", QtInfoMsg)
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <QQuickItem>
 #include <QQuickView>
 
-Q_LOGGING_CATEGORY(lcOnboarding, "ravelo.onboarding")
+Q_LOGGING_CATEGORY(lcOnboarding, "ravelo.onboarding", QtInfoMsg)
 
 using namespace Qt::StringLiterals;
 

@@ -16,7 +16,7 @@
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcPanel, "ravelo.panel")
+Q_LOGGING_CATEGORY(lcPanel, "ravelo.panel", QtInfoMsg)
 
 constexpr int placementLift = 100;
 constexpr qreal cardCornerRadius = 48;

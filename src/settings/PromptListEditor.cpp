@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-Q_LOGGING_CATEGORY(lcSettings, "ravelo.settings")
+Q_LOGGING_CATEGORY(lcSettings, "ravelo.settings", QtInfoMsg)
 
 PromptListEditor::PromptListEditor(QObject* parent)
     : QAbstractListModel(parent)

@@ -18,7 +18,7 @@
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcPanelX11, "ravelo.panel")
+Q_LOGGING_CATEGORY(lcPanelX11, "ravelo.panel", QtInfoMsg)
 
 template<typename T> struct FreeDeleter {
     void operator()(T* p) const { std::free(p); }
