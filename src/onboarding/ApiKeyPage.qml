@@ -48,7 +48,7 @@ ColumnLayout {
     Label {
         id: heading
         Layout.alignment: Qt.AlignHCenter
-        text: page.otherServer ? "Connect to a Server" : "Connect to OpenAI"
+        text: page.otherServer ? qsTr("Connect to a Server") : qsTr("Connect to OpenAI")
         font.pixelSize: SettingsStyle.largeTitle
         font.bold: true
     }
@@ -56,17 +56,17 @@ ColumnLayout {
         Layout.alignment: Qt.AlignHCenter
         horizontalAlignment: Text.AlignHCenter
         text: page.otherServer
-              ? "Ravelo sends your text to the server you choose.\nServers on this computer usually need no key."
-              : "Ravelo uses the OpenAI API to process your text.\nYou'll need an API key to get started."
+              ? qsTr("Ravelo sends your text to the server you choose.\nServers on this computer usually need no key.")
+              : qsTr("Ravelo uses the OpenAI API to process your text.\nYou'll need an API key to get started.")
         color: SettingsStyle.secondary(palette.windowText)
     }
     ComboBox {
         objectName: "serverChoice"
         Layout.alignment: Qt.AlignHCenter
         Layout.preferredWidth: 280
-        model: ["OpenAI", "Another OpenAI-compatible server"]
+        model: ["OpenAI", qsTr("Another OpenAI-compatible server")]
         currentIndex: page.otherServer ? 1 : 0
-        Accessible.name: "Server"
+        Accessible.name: qsTr("Server")
         onActivated: index => page.chooseServer(index === 1)
     }
     ServerForm {
@@ -88,7 +88,7 @@ ColumnLayout {
         spacing: 8
 
         Label {
-            text: "API Key"
+            text: qsTr("API Key")
             font.pixelSize: SettingsStyle.headline
             font.weight: Font.DemiBold
         }
@@ -106,8 +106,8 @@ ColumnLayout {
             objectName: "apiKeyLink"
             visible: ModelCatalogue.apiKeyHost !== ""
             textFormat: Text.StyledText
-            text: "<a href=\"" + ModelCatalogue.apiKeyPage + "\">Get your API key from "
-                  + ModelCatalogue.apiKeyHost + "</a>"
+            text: "<a href=\"" + ModelCatalogue.apiKeyPage + "\">"
+                  + qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost) + "</a>"
             linkColor: palette.link
             font.pixelSize: SettingsStyle.caption
             onLinkActivated: link => Qt.openUrlExternally(link)
@@ -130,7 +130,7 @@ ColumnLayout {
         }
         Label {
             id: warningText
-            text: "API keys usually start with \"sk-\""
+            text: qsTr("API keys usually start with \"sk-\"")
             font.pixelSize: SettingsStyle.caption
             color: "#e8870e"
         }

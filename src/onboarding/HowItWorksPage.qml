@@ -14,7 +14,7 @@ ColumnLayout {
     Label {
         id: heading
         Layout.alignment: Qt.AlignHCenter
-        text: "How It Works"
+        text: qsTr("How It Works")
         font.pixelSize: SettingsStyle.largeTitle
         font.bold: true
     }
@@ -26,12 +26,12 @@ ColumnLayout {
 
         Repeater {
             model: [
-                { symbol: "1.circle.fill", title: "Copy some text",
-                  text: "Select and copy (" + page.copyKeys + ") any text -- a message, email, note, anything." },
-                { symbol: "2.circle.fill", title: "Press " + page.copyKeys + " again",
-                  text: "Quickly press " + page.copyKeys + " a second time. The Ravelo panel appears." },
-                { symbol: "3.circle.fill", title: "Pick an action",
-                  text: "Press a number key or click a button. The AI result appears instantly." }
+                { symbol: "1.circle.fill", title: qsTr("Copy some text"),
+                  text: qsTr("Select and copy (%1) any text -- a message, email, note, anything.").arg(page.copyKeys) },
+                { symbol: "2.circle.fill", title: qsTr("Press %1 again").arg(page.copyKeys),
+                  text: qsTr("Quickly press %1 a second time. The Ravelo panel appears.").arg(page.copyKeys) },
+                { symbol: "3.circle.fill", title: qsTr("Pick an action"),
+                  text: qsTr("Press a number key or click a button. The AI result appears instantly.") }
             ]
             ColumnLayout {
                 id: step

@@ -124,12 +124,12 @@ WindowPane {
                 Button {
                     objectName: "backButton"
                     visible: flow.currentStep >= 1
-                    text: "Back"
+                    text: qsTr("Back")
                     onClicked: flow.back()
                 }
                 ProminentButton {
                     objectName: "continueButton"
-                    text: flow.currentStep < flow.totalSteps - 1 ? "Continue" : "Get Started"
+                    text: flow.currentStep < flow.totalSteps - 1 ? qsTr("Continue") : qsTr("Get Started")
                     onClicked: root.advance()
                 }
             }

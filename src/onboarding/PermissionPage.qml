@@ -23,7 +23,7 @@ ColumnLayout {
         id: heading
         objectName: "permissionTitle"
         Layout.alignment: Qt.AlignHCenter
-        text: page.granted ? "You're All Set!" : "One More Thing"
+        text: page.granted ? qsTr("You're All Set!") : qsTr("One More Thing")
         font.pixelSize: SettingsStyle.largeTitle
         font.bold: true
     }
@@ -34,8 +34,8 @@ ColumnLayout {
         horizontalAlignment: Text.AlignHCenter
         objectName: "readyText"
         text: page.trayAvailable
-              ? "Ravelo is ready to go.\nLook for the bolt icon in your tray."
-              : "Ravelo is ready to go.\nThis desktop shows no tray, so there is no bolt icon."
+              ? qsTr("Ravelo is ready to go.\nLook for the bolt icon in your tray.")
+              : qsTr("Ravelo is ready to go.\nThis desktop shows no tray, so there is no bolt icon.")
         color: SettingsStyle.secondary(palette.windowText)
     }
     Pane {
@@ -59,15 +59,15 @@ ColumnLayout {
             ColumnLayout {
                 spacing: 2
                 Label {
-                    text: page.trayAvailable ? "Find Ravelo in your tray"
-                                             : "Start Ravelo again for Preferences"
+                    text: page.trayAvailable ? qsTr("Find Ravelo in your tray")
+                                             : qsTr("Start Ravelo again for Preferences")
                     font.pixelSize: SettingsStyle.callout
                     font.weight: Font.Medium
                 }
                 Label {
                     text: page.trayAvailable
-                          ? "Click the bolt icon for Preferences or to quit."
-                          : "Or run \"ravelo preferences\"; \"ravelo quit\" quits Ravelo."
+                          ? qsTr("Click the bolt icon for Preferences or to quit.")
+                          : qsTr("Or run \"ravelo preferences\"; \"ravelo quit\" quits Ravelo.")
                     font.pixelSize: SettingsStyle.caption
                     color: SettingsStyle.secondary(palette.windowText)
                 }
@@ -79,8 +79,8 @@ ColumnLayout {
         visible: !page.granted
         Layout.alignment: Qt.AlignHCenter
         horizontalAlignment: Text.AlignHCenter
-        text: "Ravelo needs Accessibility permission to detect\nthe " + KeyNames.shortcut("\u2318C")
-              + "+C shortcut globally."
+        text: qsTr("Ravelo needs Accessibility permission to detect\nthe %1+C shortcut globally.")
+              .arg(KeyNames.shortcut("\u2318C"))
         color: SettingsStyle.secondary(palette.windowText)
     }
     ProminentButton {
@@ -89,7 +89,7 @@ ColumnLayout {
         Layout.alignment: Qt.AlignHCenter
         Layout.maximumWidth: 280
         padding: 10
-        text: "Grant Accessibility Access"
+        text: qsTr("Grant Accessibility Access")
         icon.source: "icons/lock.open.svg"
         icon.width: 16
         icon.height: 16
@@ -99,7 +99,7 @@ ColumnLayout {
         visible: !page.granted
         Layout.alignment: Qt.AlignHCenter
         horizontalAlignment: Text.AlignHCenter
-        text: "System Settings will open.\nAdd Ravelo to the Accessibility list and toggle it on."
+        text: qsTr("System Settings will open.\nAdd Ravelo to the Accessibility list and toggle it on.")
         font.pixelSize: SettingsStyle.caption
         color: SettingsStyle.tertiary(palette.windowText)
     }

@@ -18,13 +18,13 @@ ColumnLayout {
     Label {
         id: label
         Layout.alignment: Qt.AlignHCenter
-        text: "Welcome to Ravelo"
+        text: qsTr("Welcome to Ravelo")
         font.pixelSize: SettingsStyle.largeTitle
         font.bold: true
     }
     Label {
         Layout.alignment: Qt.AlignHCenter
-        text: "Your clipboard, supercharged with AI."
+        text: qsTr("Your clipboard, supercharged with AI.")
         font.pixelSize: SettingsStyle.title3
         color: SettingsStyle.secondary(palette.windowText)
     }
@@ -37,9 +37,9 @@ ColumnLayout {
 
         Repeater {
             model: [
-                { symbol: "doc.on.clipboard", text: "Copy text from anywhere" },
-                { symbol: "command", text: "Press " + KeyNames.shortcut("\u2318C") + " twice to open Ravelo" },
-                { symbol: "sparkles", text: "Translate, fix grammar, or transform instantly" }
+                { symbol: "doc.on.clipboard", text: qsTr("Copy text from anywhere") },
+                { symbol: "command", text: qsTr("Press %1 twice to open Ravelo").arg(KeyNames.shortcut("\u2318C")) },
+                { symbol: "sparkles", text: qsTr("Translate, fix grammar, or transform instantly") }
             ]
             RowLayout {
                 id: feature

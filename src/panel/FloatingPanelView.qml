@@ -216,7 +216,7 @@ FocusScope {
                         id: inputCaption
 
                         visible: root.showCaptions
-                        text: "input"
+                        text: qsTr("input")
                         color: PanelPalette.captionText
                         font.family: PanelPalette.family
                         font.pixelSize: 12
@@ -236,7 +236,7 @@ FocusScope {
 
                             objectName: "clipboardText"
                             width: parent.width
-                            placeholder: "No text on clipboard"
+                            placeholder: qsTr("No text on clipboard")
                             Component.onCompleted: reset(AppState.clipboardPreview)
                         }
 
@@ -252,9 +252,9 @@ FocusScope {
                                 y: 6
                                 width: parent.width
                                 visible: AppState.clipboardLeftOut > 0
-                                text: "\u2026 and " + Number(AppState.clipboardLeftOut).toLocaleString(
-                                      Qt.locale("en_US"), "f", 0) + " more character"
-                                  + (AppState.clipboardLeftOut === 1 ? "" : "s")
+                                text: qsTr("\u2026 and %1 more character(s)", "", AppState.clipboardLeftOut)
+                                      .arg(Number(AppState.clipboardLeftOut).toLocaleString(
+                                          Qt.locale().name === "C" ? Qt.locale("en_US") : Qt.locale(), "f", 0))
                                 wrapMode: Text.Wrap
                                 color: PanelPalette.placeholderText
                                 font.family: PanelPalette.family
@@ -357,7 +357,7 @@ FocusScope {
                                     badgeFont.pixelSize: 13
                                     badgeColor: PanelPalette.primaryText
                                     title: modelData.title
-                                    tip: "Press " + modelData.number + " \u2014 " + modelData.title
+                                    tip: qsTr("Press %1 \u2014 %2").arg(modelData.number).arg(modelData.title)
                                     onClicked: root.promptSelected(modelData)
                                 }
                             }
@@ -366,11 +366,11 @@ FocusScope {
                                 id: customChip
 
                                 objectName: "customPromptTag"
-                                badge: "ENTER"
+                                badge: qsTr("ENTER")
                                 badgeFont.pixelSize: 11
                                 badgeColor: PanelPalette.captionText
-                                title: "Custom prompt"
-                                tip: "Press Enter \u2014 Custom prompt"
+                                title: qsTr("Custom prompt")
+                                tip: qsTr("Press Enter \u2014 Custom prompt")
                                 onClicked: AppState.showCustomPromptInput = true
                             }
                         }
@@ -425,7 +425,7 @@ FocusScope {
                                 anchors.verticalCenter: parent.verticalCenter
                                 padding: 0
                                 background: null
-                                placeholderText: "Custom prompt"
+                                placeholderText: qsTr("Custom prompt")
                                 placeholderTextColor: PanelPalette.placeholderText
                                 color: PanelPalette.primaryText
                                 selectionColor: Qt.rgba(1, 1, 1, 0.3)
@@ -453,7 +453,7 @@ FocusScope {
                                 focusPolicy: Qt.NoFocus
                                 ToolTip.visible: hovered
                                 ToolTip.delay: 600
-                                ToolTip.text: "Send custom prompt (Enter)"
+                                ToolTip.text: qsTr("Send custom prompt (Enter)")
                                 onClicked: root.submitCustomPrompt()
 
                                 contentItem: PanelIcon {
@@ -495,11 +495,11 @@ FocusScope {
                         padding: 0
                         ToolTip.visible: hovered
                         ToolTip.delay: 600
-                        ToolTip.text: "Save this custom prompt as a quick action"
+                        ToolTip.text: qsTr("Save this custom prompt as a quick action")
                         onClicked: AppState.saveCustomPromptAsQuickAction()
 
                         contentItem: Text {
-                            text: "save prompt?"
+                            text: qsTr("save prompt?")
                             color: saveButton.palette.highlight
                             font.family: PanelPalette.family
                             font.pixelSize: 12
@@ -513,7 +513,7 @@ FocusScope {
 
                         objectName: "outputCaption"
                         visible: !resultSection.hasCustomPrompt && root.showCaptions
-                        text: "output"
+                        text: qsTr("output")
                         color: PanelPalette.captionText
                         font.family: PanelPalette.family
                         font.pixelSize: 12
@@ -568,7 +568,7 @@ FocusScope {
 
                                 objectName: "answerText"
                                 width: answerFlick.width
-                                placeholder: "Select a prompt above to get started"
+                                placeholder: qsTr("Select a prompt above to get started")
                                 Component.onCompleted: reset(AppState.resultText)
                             }
                         }
@@ -588,7 +588,7 @@ FocusScope {
 
                             Text {
                                 anchors.verticalCenter: parent.verticalCenter
-                                text: "Thinking\u2026"
+                                text: qsTr("Thinking\u2026")
                                 color: PanelPalette.placeholderText
                                 font.family: PanelPalette.family
                                 font.pixelSize: 16
@@ -617,7 +617,7 @@ FocusScope {
                             padding: 0
                             ToolTip.visible: hovered && enabled
                             ToolTip.delay: 600
-                            ToolTip.text: "Copy result to clipboard"
+                            ToolTip.text: qsTr("Copy result to clipboard")
                             onClicked: root.copyResult()
 
                             contentItem: Row {
@@ -633,7 +633,7 @@ FocusScope {
 
                                 Text {
                                     anchors.verticalCenter: parent.verticalCenter
-                                    text: KeyNames.shortcut("Copy (\u2318C)")
+                                    text: qsTr("Copy (%1)").arg(KeyNames.shortcut("\u2318C"))
                                     color: PanelPalette.captionText
                                     font.family: PanelPalette.family
                                     font.pixelSize: 11
@@ -676,7 +676,7 @@ FocusScope {
                 symbol: "xmark"
                 iconName: "window-close-symbolic"
                 iconSize: 11
-                tip: "Close (Esc)"
+                tip: qsTr("Close (Esc)")
                 onClicked: root.close()
             }
 
@@ -685,7 +685,7 @@ FocusScope {
                 symbol: "ellipsis"
                 iconName: "view-more-symbolic"
                 iconSize: 13
-                tip: "Preferences"
+                tip: qsTr("Preferences")
                 onClicked: root.openPreferences()
             }
         }

@@ -74,21 +74,21 @@ Item {
         RowLayout {
             Layout.leftMargin: 4
             Label {
-                text: "Server"
+                text: qsTr("Server")
                 Layout.preferredWidth: tab.labelWidth
             }
             ComboBox {
                 objectName: "serverChoice"
                 Layout.fillWidth: true
-                model: ["OpenAI", "Another OpenAI-compatible server"]
+                model: ["OpenAI", qsTr("Another OpenAI-compatible server")]
                 currentIndex: tab.otherServer ? 1 : 0
-                Accessible.name: "Server"
+                Accessible.name: qsTr("Server")
                 onActivated: index => tab.chooseServer(index === 1)
             }
         }
 
         FormSection {
-            title: "OpenAI-compatible server"
+            title: qsTr("OpenAI-compatible server")
             visible: tab.otherServer
             Layout.fillWidth: true
 
@@ -106,13 +106,13 @@ Item {
         }
 
         FormSection {
-            title: "OpenAI API"
+            title: qsTr("OpenAI API")
             visible: !tab.otherServer
             Layout.fillWidth: true
 
             RowLayout {
                 Label {
-                    text: "API Key"
+                    text: qsTr("API Key")
                     Layout.preferredWidth: tab.labelWidth
                 }
                 TextField {
@@ -129,14 +129,14 @@ Item {
 
             RowLayout {
                 Label {
-                    text: "Model"
+                    text: qsTr("Model")
                     Layout.preferredWidth: tab.labelWidth
                 }
                 ComboBox {
                     id: modelPicker
                     objectName: "modelPicker"
                     Layout.fillWidth: true
-                    model: tab.models.map(m => m.entryText()).concat(["Other model\u2026"])
+                    model: tab.models.map(m => m.entryText()).concat([qsTr("Other model\u2026")])
                     currentIndex: tab.customModel ? tab.models.length : tab.catalogueIndex
                     onActivated: index => {
                         if (index < tab.models.length) {
@@ -154,14 +154,14 @@ Item {
             RowLayout {
                 visible: tab.customModel
                 Label {
-                    text: "Model ID"
+                    text: qsTr("Model ID")
                     Layout.preferredWidth: tab.labelWidth
                 }
                 TextField {
                     id: customModelField
                     objectName: "customModelField"
                     Layout.fillWidth: true
-                    placeholderText: "Any model the server offers, e.g. llama3.1:8b"
+                    placeholderText: qsTr("Any model the server offers, e.g. llama3.1:8b")
                     onTextEdited: {
                         const id = text.trim()
                         if (id !== "")
@@ -188,12 +188,12 @@ Item {
                     PriceLabel {
                         objectName: "inputPrice"
                         iconSource: "icons/arrow.right.circle.svg"
-                        text: "Input: " + (detail.info ? detail.info.inputPrice : "")
+                        text: qsTr("Input: %1").arg(detail.info ? detail.info.inputPrice : "")
                     }
                     PriceLabel {
                         objectName: "outputPrice"
                         iconSource: "icons/arrow.left.circle.svg"
-                        text: "Output: " + (detail.info ? detail.info.outputPrice : "")
+                        text: qsTr("Output: %1").arg(detail.info ? detail.info.outputPrice : "")
                     }
                 }
                 Label {
@@ -214,8 +214,8 @@ Item {
             Label {
                 objectName: "apiKeyLink"
                 textFormat: Text.StyledText
-                text: "Get your API key from <a href=\"" + ModelCatalogue.apiKeyPage + "\">"
-                      + ModelCatalogue.apiKeyHost + "</a>"
+                text: qsTr("Get your API key from %1")
+                      .arg("<a href=\"" + ModelCatalogue.apiKeyPage + "\">" + ModelCatalogue.apiKeyHost + "</a>")
                 linkColor: palette.link
                 font.pixelSize: SettingsStyle.caption
                 color: SettingsStyle.secondary(palette.windowText)
@@ -226,7 +226,7 @@ Item {
                 }
             }
             Label {
-                text: "Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens."
+                text: qsTr("Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens.")
                 font.pixelSize: SettingsStyle.caption2
                 color: SettingsStyle.tertiary(palette.windowText)
             }

@@ -28,25 +28,25 @@ Item {
         spacing: 14
 
         FormSection {
-            title: "Trigger Method"
+            title: qsTr("Trigger Method")
             Layout.fillWidth: true
 
             Switch {
                 objectName: "doubleCopySwitch"
                 Layout.fillWidth: true
-                text: tab.copyKeys + ", C (double copy)"
+                text: qsTr("%1, C (double copy)").arg(tab.copyKeys)
                 checked: settings.useDoubleCopy
                 onToggled: settings.useDoubleCopy = checked
             }
             SettingsCaption {
                 objectName: "doubleCopyCaption"
-                text: "Press " + tab.copyKeys + " twice quickly to open the Ravelo panel."
-                      + (tab.permissionMissing ? " Requires Accessibility permission." : "")
+                text: qsTr("Press %1 twice quickly to open the Ravelo panel.").arg(tab.copyKeys)
+                      + (tab.permissionMissing ? " " + qsTr("Requires Accessibility permission.") : "")
             }
         }
 
         FormSection {
-            title: "Custom Global Hotkey"
+            title: qsTr("Custom Global Hotkey")
             Layout.fillWidth: true
 
             Item {
@@ -67,21 +67,21 @@ Item {
                     anchors.fill: parent
 
                     Label {
-                        text: "Shortcut:"
+                        text: qsTr("Shortcut:")
                     }
                     Item {
                         Layout.fillWidth: true
                     }
                     Button {
                         objectName: "recordButton"
-                        text: settings.isRecording ? "Press keys\u2026" : settings.hotkeyDisplay
+                        text: settings.isRecording ? qsTr("Press keys\u2026") : settings.hotkeyDisplay
                         Layout.minimumWidth: 120
                         onClicked: settings.isRecording = !settings.isRecording
                     }
                     Button {
                         objectName: "clearButton"
                         visible: settings.hasHotkey
-                        text: "Clear"
+                        text: qsTr("Clear")
                         flat: true
                         palette.buttonText: "#d93a32"
                         onClicked: settings.clearHotkey()
@@ -89,7 +89,7 @@ Item {
                 }
             }
             SettingsCaption {
-                text: "Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled."
+                text: qsTr("Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled.")
             }
         }
 
@@ -99,14 +99,14 @@ Item {
 
             Button {
                 objectName: "accessibilityButton"
-                text: "Request Accessibility Permission"
+                text: qsTr("Request Accessibility Permission")
                 onClicked: {
                     if (tab.trust && !tab.trust.isTrusted())
                         tab.trust.requestTrust()
                 }
             }
             SettingsCaption {
-                text: "Ravelo needs Accessibility access to detect global keyboard shortcuts."
+                text: qsTr("Ravelo needs Accessibility access to detect global keyboard shortcuts.")
             }
         }
 

@@ -48,7 +48,7 @@ ColumnLayout {
 
             ToolButton {
                 objectName: "backButton"
-                text: "Back"
+                text: qsTr("Back")
                 icon.source: "icons/chevron.left.svg"
                 icon.width: 12
                 icon.height: 12
@@ -60,7 +60,7 @@ ColumnLayout {
             }
             Label {
                 objectName: "header"
-                text: editorRoot.isNew ? "New Prompt" : "Edit Prompt"
+                text: editorRoot.isNew ? qsTr("New Prompt") : qsTr("Edit Prompt")
                 font.pixelSize: SettingsStyle.headline
                 font.weight: Font.DemiBold
             }
@@ -78,7 +78,7 @@ ColumnLayout {
             id: titleField
             objectName: "titleField"
             Layout.fillWidth: true
-            placeholderText: "Title"
+            placeholderText: qsTr("Title")
             text: editorRoot.prompt.title
             focus: true
         }
@@ -89,7 +89,7 @@ ColumnLayout {
             spacing: 4
 
             Label {
-                text: "System Prompt"
+                text: qsTr("System Prompt")
                 font.pixelSize: SettingsStyle.caption
                 color: SettingsStyle.secondary(palette.windowText)
             }
@@ -129,7 +129,7 @@ ColumnLayout {
 
         Button {
             objectName: "cancelButton"
-            text: "Cancel"
+            text: qsTr("Cancel")
             onClicked: editorRoot.cancel()
         }
         Item {
@@ -137,7 +137,7 @@ ColumnLayout {
         }
         ProminentButton {
             objectName: "saveButton"
-            text: "Save"
+            text: qsTr("Save")
             enabled: editorRoot.canSave
             onClicked: editorRoot.trySave()
         }

@@ -149,7 +149,7 @@ Control {
             onClicked: row.editClicked()
             ToolTip.visible: hovered
             ToolTip.delay: 600
-            ToolTip.text: "Edit"
+            ToolTip.text: qsTr("Edit")
         }
         ToolButton {
             objectName: "deleteButton"
@@ -161,7 +161,7 @@ Control {
             onClicked: row.deleteClicked()
             ToolTip.visible: hovered
             ToolTip.delay: 600
-            ToolTip.text: "Delete"
+            ToolTip.text: qsTr("Delete")
         }
     }
 }

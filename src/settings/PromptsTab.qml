@@ -110,7 +110,7 @@ Item {
 
                 Button {
                     objectName: "addPromptButton"
-                    text: "Add Prompt"
+                    text: qsTr("Add Prompt")
                     icon.source: "icons/plus.svg"
                     icon.width: 14
                     icon.height: 14
@@ -121,7 +121,7 @@ Item {
                 }
                 Button {
                     objectName: "resetButton"
-                    text: "Reset to Defaults"
+                    text: qsTr("Reset to Defaults")
                     onClicked: editor.resetToDefaults()
                 }
             }

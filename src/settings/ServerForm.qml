@@ -57,7 +57,7 @@ ColumnLayout {
 
     RowLayout {
         Label {
-            text: "Address"
+            text: qsTr("Address")
             Layout.preferredWidth: form.labelWidth
         }
         TextField {
@@ -66,7 +66,7 @@ ColumnLayout {
             Layout.fillWidth: true
             placeholderText: "http://127.0.0.1:8080/v1"
             inputMethodHints: Qt.ImhUrlCharactersOnly | Qt.ImhNoAutoUppercase
-            Accessible.name: "Server address"
+            Accessible.name: qsTr("Server address")
             onTextEdited: form.storeAddress(text.trim())
         }
     }
@@ -93,7 +93,7 @@ ColumnLayout {
     }
     RowLayout {
         Label {
-            text: "API Key"
+            text: qsTr("API Key")
             Layout.preferredWidth: form.labelWidth
         }
         TextField {
@@ -101,14 +101,14 @@ ColumnLayout {
             objectName: "serverKeyField"
             Layout.fillWidth: true
             echoMode: TextInput.Password
-            placeholderText: "Optional: local servers usually need none"
-            Accessible.name: "API Key"
+            placeholderText: qsTr("Optional: local servers usually need none")
+            Accessible.name: qsTr("API Key")
             onTextEdited: form.apiKeyEdited(text)
         }
     }
     RowLayout {
         Label {
-            text: "Model"
+            text: qsTr("Model")
             Layout.preferredWidth: form.labelWidth
         }
         ComboBox {
@@ -117,7 +117,7 @@ ColumnLayout {
             Layout.fillWidth: true
             editable: true
             model: serverModels.models
-            Accessible.name: "Model"
+            Accessible.name: qsTr("Model")
             onActivated: index => form.storeModel(serverModels.models[index])
             onAccepted: form.storeModel(editText)
 
@@ -133,7 +133,7 @@ ColumnLayout {
     Button {
         objectName: "testConnectionButton"
         Layout.leftMargin: form.labelWidth + 5
-        text: "Test connection"
+        text: qsTr("Test connection")
         enabled: !serverModels.loading
         onClicked: serverModels.load()
     }
@@ -142,7 +142,7 @@ ColumnLayout {
         visible: text !== ""
         Layout.leftMargin: form.labelWidth + 5
         Layout.fillWidth: true
-        text: serverModels.loading ? "Connecting\u2026" : serverModels.status
+        text: serverModels.loading ? qsTr("Connecting\u2026") : serverModels.status
         wrapMode: Text.Wrap
         maximumLineCount: 3
         elide: Text.ElideRight

@@ -33,9 +33,9 @@ WindowPane {
 
             Repeater {
                 model: [
-                    { label: "General", icon: "icons/gear.svg" },
-                    { label: "Prompts", icon: "icons/list.number.svg" },
-                    { label: "Hotkey", icon: "icons/keyboard.svg" }
+                    { label: qsTr("General"), icon: "icons/gear.svg" },
+                    { label: qsTr("Prompts"), icon: "icons/list.number.svg" },
+                    { label: qsTr("Hotkey"), icon: "icons/keyboard.svg" }
                 ]
                 TabButton {
                     required property var modelData
