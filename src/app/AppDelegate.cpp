@@ -336,7 +336,7 @@ void AppDelegate::runPrompt(const Prompt& prompt)
     });
     connect(run, &ravelo::PromptRun::failed, this, [this](const QString& message) {
         m_currentRun = nullptr;
-        m_appState->setResultText(QStringLiteral("Error: ") + message);
+        m_appState->setResultText(tr("Error: %1").arg(message));
         m_appState->setIsLoading(false);
     });
 }
@@ -412,15 +412,14 @@ void AppDelegate::showAbout()
                                 : QStringLiteral(RAVELO_VERSION);
     const QString build =
         QStringLiteral(RAVELO_BUILD).isEmpty() ? QStringLiteral("1") : QStringLiteral(RAVELO_BUILD);
-    m_about = new QMessageBox(QMessageBox::NoIcon, QStringLiteral("About Ravelo"),
+    m_about = new QMessageBox(QMessageBox::NoIcon, tr("About Ravelo"),
                               QStringLiteral("<b>Ravelo</b>"), QMessageBox::Ok);
     m_about->setAttribute(Qt::WA_DeleteOnClose);
     m_about->setIconPixmap(QIcon(QStringLiteral(":/Ravelo/app/icons/ravelo.svg")).pixmap(64, 64));
     m_about->setInformativeText(
-        QStringLiteral(
-            "Version %1 (%2)<br><br><span style=\"font-size: 11pt; color: palette(mid);\">"
-            "AI-powered clipboard actions at your fingertips.</span>")
-            .arg(version, build));
+        tr("Version %1 (%2)").arg(version, build) +
+        QLatin1String("<br><br><span style=\"font-size: 11pt; color: palette(mid);\">") +
+        tr("AI-powered clipboard actions at your fingertips.") + QLatin1String("</span>"));
     m_about->setModal(false);
     m_about->show();
     m_about->raise();

@@ -9,9 +9,8 @@ namespace ravelo {
 
 QString missingApiKeyWarning()
 {
-    return QStringLiteral("⚠️ No API key set. Open Preferences (") +
-           KeyNames::shortcut(QStringLiteral("⌘,")) +
-           QStringLiteral(") to add your OpenAI API key.");
+    return PromptRun::tr("⚠️ No API key set. Open Preferences (%1) to add your OpenAI API key.")
+        .arg(KeyNames::shortcut(QStringLiteral("⌘,")));
 }
 
 bool isReadyToRun(const PreferenceStore& preferences)
@@ -22,7 +21,7 @@ bool isReadyToRun(const PreferenceStore& preferences)
 
 QString PromptRun::noAnswerMessage()
 {
-    return QStringLiteral("The server sent no answer.");
+    return tr("The server sent no answer.");
 }
 
 PromptRun* PromptRun::start(PreferenceStore& preferences, QObject* owner,

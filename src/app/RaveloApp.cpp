@@ -17,15 +17,15 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
     , m_appDelegate(std::make_unique<AppDelegate>(appState))
 {
     AppDelegate* delegate = m_appDelegate.get();
-    m_menu.addAction(QStringLiteral("About Ravelo"), delegate, &AppDelegate::showAbout);
+    m_menu.addAction(tr("About Ravelo"), delegate, &AppDelegate::showAbout);
     m_menu.addSeparator();
     QAction* preferences =
-        m_menu.addAction(QStringLiteral("Preferences…"), delegate, &AppDelegate::openSettings);
+        m_menu.addAction(tr("Preferences…"), delegate, &AppDelegate::openSettings);
     preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("Show Onboarding…"), delegate, &AppDelegate::showOnboarding);
+    m_menu.addAction(tr("Show Onboarding…"), delegate, &AppDelegate::showOnboarding);
     m_menu.addSeparator();
-    QAction* quit = m_menu.addAction(QStringLiteral("Quit Ravelo"), qApp, &QCoreApplication::quit);
+    QAction* quit = m_menu.addAction(tr("Quit Ravelo"), qApp, &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
     // The shortcuts of a menu's actions never reach them while the menu is open, and the
@@ -37,11 +37,12 @@ RaveloApp::RaveloApp(AppState* appState, QObject* parent)
     if (m_trayWatcher.trayExists()) {
         showTrayIcon();
     } else {
-        std::fputs("Ravelo: this desktop shows no tray icons yet; the bolt appears as soon as a "
-                   "tray starts. Meanwhile \"ravelo preferences\" (or starting Ravelo again) "
-                   "opens its preferences, \"ravelo trigger\" the panel, and \"ravelo quit\" "
-                   "quits it.\n",
-                   stderr);
+        std::fputs(
+            qPrintable(tr("Ravelo: this desktop shows no tray icons yet; the bolt appears as "
+                          "soon as a tray starts. Meanwhile \"ravelo preferences\" (or "
+                          "starting Ravelo again) opens its preferences, \"ravelo "
+                          "trigger\" the panel, and \"ravelo quit\" quits it.\n")),
+            stderr);
         connect(&m_trayWatcher, &TrayWatcher::trayAppeared, this, &RaveloApp::showTrayIcon);
     }
 }

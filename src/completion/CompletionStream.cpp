@@ -7,6 +7,8 @@
 #include <QSslSocket>
 #include <QTcpSocket>
 
+#include <climits>
+
 Q_LOGGING_CATEGORY(lcCompletion, "ravelo.completion", QtWarningMsg)
 
 namespace {
@@ -206,12 +208,11 @@ void CompletionStream::readBody(QByteArrayView bytes)
     }
     if (m_reading == Reading::WholeBody) {
         if (m_body.size() + bytes.size() > maxWholeBodyBytes) {
-            transferFailed(TransportError{QNetworkReply::ProtocolFailure,
-                                          QLatin1String("The server ") +
-                                              OpenAIClient::serverName(m_url) +
-                                              QLatin1String(" sent an answer larger than ") +
-                                              QString::number(maxWholeBodyBytes / (1024 * 1024)) +
-                                              QLatin1String(" MiB. It was not read.")});
+            transferFailed(TransportError{
+                QNetworkReply::ProtocolFailure,
+                tr("The server %1 sent an answer larger than %2 MiB. It was not read.")
+                    .arg(OpenAIClient::serverName(m_url),
+                         QString::number(maxWholeBodyBytes / (1024 * 1024)))});
             return;
         }
         m_body.append(bytes);
@@ -222,12 +223,12 @@ void CompletionStream::readBody(QByteArrayView bytes)
     }
     m_events.feed(bytes, [this](const QString& fragment) { deliver(fragment); });
     if (m_events.lineTooLong()) {
-        transferFailed(
-            TransportError{QNetworkReply::ProtocolFailure,
-                           QLatin1String("The server ") + OpenAIClient::serverName(m_url) +
-                               QLatin1String(" sent an event line longer than ") +
-                               QString::number(SseEventReader::maxLineLength / (1024 * 1024)) +
-                               QLatin1String(" MiB. The rest of the answer was not read.")});
+        transferFailed(TransportError{
+            QNetworkReply::ProtocolFailure,
+            tr("The server %1 sent an event line longer than %2 MiB. The rest of "
+               "the answer was not read.")
+                .arg(OpenAIClient::serverName(m_url),
+                     QString::number(SseEventReader::maxLineLength / (1024 * 1024)))});
     } else if (m_events.isDone()) {
         end(std::nullopt);
     }
@@ -257,7 +258,9 @@ QString CompletionStream::errorText() const
     const qsizetype whole = wholeCharacters(kept);
     leftOut += kept.size() - whole;
     kept.truncate(whole);
-    return QString::fromUtf8(kept) + QStringLiteral("… (%1 bytes more)").arg(leftOut);
+    return QString::fromUtf8(kept) +
+           tr("… (%1 bytes more)", nullptr, static_cast<int>(qMin<qint64>(leftOut, INT_MAX)))
+               .arg(leftOut);
 }
 
 void CompletionStream::transferFailed(const CompletionError& error)
@@ -279,7 +282,7 @@ void CompletionStream::closeTransfer()
     }
     if (m_response.state() == HttpResponseReader::State::Failed) {
         end(m_response.failure() == HttpResponseReader::Failure::NotHttp
-                ? CompletionError(OpenAIError::httpError(0, QStringLiteral("Not an HTTP response")))
+                ? CompletionError(OpenAIError::httpError(0, tr("Not an HTTP response")))
                 : CompletionError(OpenAIClient::responseError(m_response, m_url)));
     }
 }

@@ -16,6 +16,8 @@
 /// holds no state between calls: every call builds its address, request and body anew and
 /// opens a connection of its own (HTTP/1.1, TLS for https).
 class OpenAIClient {
+    Q_DECLARE_TR_FUNCTIONS(OpenAIClient)
+
 public:
     static constexpr std::chrono::milliseconds defaultTransferTimeout{60'000};
 

@@ -45,14 +45,13 @@ QString OpenAIError::errorDescription() const
 {
     switch (m_kind) {
     case Kind::HttpError:
-        return QLatin1String("HTTP ") + QString::number(m_statusCode) + QLatin1String(": ") +
-               m_text;
+        return tr("HTTP %1: %2").arg(QString::number(m_statusCode), m_text);
     case Kind::DecodingError:
-        return QLatin1String("Decoding error: ") + m_text;
+        return tr("Decoding error: %1").arg(m_text);
     case Kind::NoAPIKey:
-        return QStringLiteral("No OpenAI API key configured. Open Preferences to set one.");
+        return tr("No OpenAI API key configured. Open Preferences to set one.");
     case Kind::InvalidURL:
-        return QStringLiteral("Invalid API URL.");
+        return tr("Invalid API URL.");
     }
     return {};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QNetworkReply>
 #include <QString>
 
@@ -13,6 +14,8 @@ QString withoutControlCharacters(const QString& text);
 
 /// The failures the completion client detects itself, each with one fixed message.
 class OpenAIError {
+    Q_DECLARE_TR_FUNCTIONS(OpenAIError)
+
 public:
     enum class Kind { HttpError, DecodingError, NoAPIKey, InvalidURL };
 

@@ -2,6 +2,8 @@
 
 #include "platform/KeyNames.h"
 
+#include <QCoreApplication>
+
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <algorithm>
@@ -48,7 +50,7 @@ constexpr KeyMap::Key keyTable[] = {
     {33, "[", Qt::Key_BracketLeft, XKB_KEY_bracketleft, "AD11", false},
     {34, "I", Qt::Key_I, XKB_KEY_i, "AD08", true},
     {35, "P", Qt::Key_P, XKB_KEY_p, "AD10", true},
-    {36, "Return", Qt::Key_Return, XKB_KEY_Return, "RTRN", true},
+    {36, QT_TRANSLATE_NOOP("KeyNames", "Return"), Qt::Key_Return, XKB_KEY_Return, "RTRN", true},
     {37, "L", Qt::Key_L, XKB_KEY_l, "AC09", true},
     {38, "J", Qt::Key_J, XKB_KEY_j, "AC07", true},
     {39, "'", Qt::Key_Apostrophe, XKB_KEY_apostrophe, "AC11", false},
@@ -60,8 +62,8 @@ constexpr KeyMap::Key keyTable[] = {
     {45, "N", Qt::Key_N, XKB_KEY_n, "AB06", true},
     {46, "M", Qt::Key_M, XKB_KEY_m, "AB07", true},
     {47, ".", Qt::Key_Period, XKB_KEY_period, "AB09", false},
-    {48, "Tab", Qt::Key_Tab, XKB_KEY_Tab, "TAB", true},
-    {49, "Space", Qt::Key_Space, XKB_KEY_space, "SPCE", true},
+    {48, QT_TRANSLATE_NOOP("KeyNames", "Tab"), Qt::Key_Tab, XKB_KEY_Tab, "TAB", true},
+    {49, QT_TRANSLATE_NOOP("KeyNames", "Space"), Qt::Key_Space, XKB_KEY_space, "SPCE", true},
     {50, "`", Qt::Key_QuoteLeft, XKB_KEY_grave, "TLDE", false},
     {51, "Backspace", Qt::Key_Backspace, XKB_KEY_BackSpace, "BKSP", false},
     {53, "Escape", Qt::Key_Escape, XKB_KEY_Escape, "ESC", false},
@@ -269,9 +271,9 @@ QString KeyMap::keyName(quint32 keyCode)
 {
     const Key* key = find(keyCode);
     if (key && key->hasDisplayName) {
-        return QString::fromUtf8(key->name);
+        return KeyNames::keyName(key->name);
     }
-    return QLatin1String("Key") + QString::number(keyCode);
+    return QCoreApplication::translate("KeyNames", "Key%1").arg(keyCode);
 }
 
 QString KeyMap::glyphText(quint32 keyCode, quint32 modifiers)

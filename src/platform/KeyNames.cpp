@@ -1,5 +1,7 @@
 #include "platform/KeyNames.h"
 
+#include <QCoreApplication>
+
 namespace {
 
 struct Modifier {
@@ -8,11 +10,12 @@ struct Modifier {
 };
 
 // Command is the shortcut modifier (Ctrl here), Option is Alt and Control is the Super key.
+// The names are those printed on the user's keyboard, so they are translated ("Strg").
 constexpr Modifier modifiers[] = {
-    {u'⌘', "Ctrl"},
-    {u'⇧', "Shift"},
-    {u'⌥', "Alt"},
-    {u'⌃', "Super"},
+    {u'⌘', QT_TRANSLATE_NOOP("KeyNames", "Ctrl")},
+    {u'⇧', QT_TRANSLATE_NOOP("KeyNames", "Shift")},
+    {u'⌥', QT_TRANSLATE_NOOP("KeyNames", "Alt")},
+    {u'⌃', QT_TRANSLATE_NOOP("KeyNames", "Super")},
 };
 
 const char* nameOf(QChar c)
@@ -27,13 +30,18 @@ const char* nameOf(QChar c)
 
 } // namespace
 
+QString KeyNames::keyName(const char* name)
+{
+    return QCoreApplication::translate("KeyNames", name);
+}
+
 QString KeyNames::shortcut(const QString& glyphs)
 {
     QString text;
     text.reserve(glyphs.size() + 16);
     for (const QChar c : glyphs) {
         if (const char* name = nameOf(c)) {
-            text += QLatin1String(name) + QLatin1Char('+');
+            text += keyName(name) + QLatin1Char('+');
         } else {
             text += c;
         }
@@ -45,7 +53,7 @@ QString KeyNames::modifierName(const QString& glyph)
 {
     if (glyph.size() == 1) {
         if (const char* name = nameOf(glyph.front())) {
-            return QLatin1String(name);
+            return keyName(name);
         }
     }
     return glyph;

@@ -20,4 +20,8 @@ public:
 
     /// The name of the key the glyph stands for ("⌘" → "Ctrl").
     Q_INVOKABLE static QString modifierName(const QString& glyph);
+
+    /// A key's English name ("Space", "Return") in the user's language; other texts (letters,
+    /// digits) come back as they are.
+    static QString keyName(const char* name);
 };

@@ -81,12 +81,12 @@ void HotkeySettings::clearHotkey()
 QString HotkeySettings::displayText(qint64 keyCode, qint64 modifiers)
 {
     if (keyCode == 0) {
-        return u"Not set"_s;
+        return tr("Not set");
     }
     const std::optional<StoredHotkey> hotkey =
         PreferenceStore::hotkeyFromStored(keyCode, modifiers);
     if (!hotkey) {
-        return u"Invalid shortcut"_s;
+        return tr("Invalid shortcut");
     }
     return KeyMap::displayText(hotkey->keyCode, hotkey->modifiers);
 }

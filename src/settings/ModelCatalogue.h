@@ -16,7 +16,7 @@ class ModelInfo {
     Q_PROPERTY(QString name MEMBER name CONSTANT)
     Q_PROPERTY(QString inputPrice MEMBER inputPrice CONSTANT)
     Q_PROPERTY(QString outputPrice MEMBER outputPrice CONSTANT)
-    Q_PROPERTY(QString note MEMBER note CONSTANT)
+    Q_PROPERTY(QString note READ translatedNote CONSTANT)
 
 public:
     QString id;
@@ -24,6 +24,9 @@ public:
     QString inputPrice;
     QString outputPrice;
     QString note;
+
+    /// `note` in the user's language.
+    QString translatedNote() const;
 
     /// The picker's text: "GPT-4o Mini  —  $0.15 in / $0.60 out".
     Q_INVOKABLE QString entryText() const;

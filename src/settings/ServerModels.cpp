@@ -101,21 +101,14 @@ void ServerModels::load()
         const std::optional<QStringList> ids = parseModels(m_stream->body());
         drop();
         if (!ids) {
-            finish({},
-                   QLatin1String("The server ") + server +
-                       QLatin1String(" answered, but not with a list of models."),
+            finish({}, tr("The server %1 answered, but not with a list of models.").arg(server),
                    true);
         } else if (ids->isEmpty()) {
-            finish({}, QLatin1String("Connected to ") + server + QLatin1String(": no models."),
-                   false);
+            finish({}, tr("Connected to %1: no models.").arg(server), false);
         } else {
-            const QString count = ids->size() == 1
-                                      ? QStringLiteral("1 model")
-                                      : QString::number(ids->size()) + QLatin1String(" models");
             finish(*ids,
-                   QLatin1String("Connected to ") + server + QLatin1String(": ") + count +
-                       QLatin1String(" (") + oneLine(ids->join(QLatin1String(", "))) +
-                       QLatin1String(")."),
+                   tr("Connected to %1: %n model(s) (%2).", nullptr, int(ids->size()))
+                       .arg(server, oneLine(ids->join(QLatin1String(", ")))),
                    false);
         }
     });

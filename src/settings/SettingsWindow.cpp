@@ -39,7 +39,7 @@ void SettingsWindow::open()
     delete m_view;
 
     m_view = createModuleWindow(m_engine,
-                                {u"Ravelo Preferences"_s,
+                                {tr("Ravelo Preferences"),
                                  Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                                      Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint,
                                  contentSize,
