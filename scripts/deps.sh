@@ -7,6 +7,8 @@ RAVELO_PACKAGES=(
     cmake ninja-build g++ pkg-config clang-format
     qt6-base-dev qt6-base-private-dev qt6-declarative-dev qt6-declarative-private-dev
     qt6-svg-dev libgl-dev
+    # the translation catalogues: lupdate and lrelease, their CMake functions, Qt's own texts
+    qt6-l10n-tools qt6-tools-dev qt6-translations-l10n
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
     qml6-module-qtquick-window qml6-module-qtquick-templates qml6-module-qtqml-workerscript
     qml6-module-qttest qml6-module-qtquick-dialogs

@@ -6,6 +6,7 @@
 #include "app/RaveloApp.h"
 #include "app/SingleInstance.h"
 #include "model/PreferenceStore.h"
+#include "model/Translations.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -60,21 +61,28 @@ int runApplication(int argc, char* argv[], StartAction action)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        std::fputs(
-            "Ravelo needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n",
-            stderr);
+        QCoreApplication core(argc, argv);
+        installTranslations(core);
+        std::fputs(qPrintable(QCoreApplication::translate(
+                       "CommandLine", "Ravelo needs a graphical session: neither DISPLAY nor "
+                                      "WAYLAND_DISPLAY is set.\n")),
+                   stderr);
         return 1;
     }
 
     // Takes Qt's own options (-platform, -style, …) off the command line.
     QApplication app(argc, argv);
+    installTranslations(app);
     QStringList rest = QCoreApplication::arguments().mid(1);
     if (action == StartAction::OpenPreferences) {
         rest.removeFirst();
     }
     if (!rest.isEmpty()) {
-        std::fprintf(stderr, "ravelo: unknown option '%s' (see ravelo --help)\n",
-                     qPrintable(rest.first()));
+        std::fputs(
+            qPrintable(QCoreApplication::translate(
+                           "CommandLine", "ravelo: unknown option '%1' (see ravelo --help)\n")
+                           .arg(rest.first())),
+            stderr);
         return 2;
     }
 

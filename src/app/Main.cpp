@@ -3,7 +3,9 @@
 #include "app/Application.h"
 #include "app/RunCommand.h"
 #include "app/TriggerCommand.h"
+#include "model/Translations.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstdio>
@@ -11,7 +13,8 @@
 namespace ravelo {
 namespace {
 
-constexpr const char* usageText =
+constexpr const char* usageText = QT_TRANSLATE_NOOP(
+    "CommandLine",
     "Usage:\n"
     "  ravelo                        start Ravelo in the tray (or open the preferences\n"
     "                                of the instance that is already running)\n"
@@ -31,7 +34,32 @@ constexpr const char* usageText =
     "\n"
     "Exit status of run: 0 when the answer arrived, 1 when the request failed,\n"
     "2 when no prompt has that number or no API key is set.\n"
-    "Exit status of trigger and quit: 1 when Ravelo is not running.\n";
+    "Exit status of trigger and quit: 1 when Ravelo is not running.\n");
+
+/// Prints `text` in the user's language; there is no application object yet, so one is made
+/// for it.
+int printTranslated(int argc, char* argv[], std::FILE* stream, int status,
+                    QString (*text)(const char* command))
+{
+    const char* command = argc > 1 ? argv[1] : "";
+    QCoreApplication app(argc, argv);
+    installTranslations(app);
+    const QByteArray bytes = text(command).toUtf8();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+    return status;
+}
+
+QString usage(const char*)
+{
+    return QCoreApplication::translate("CommandLine", usageText);
+}
+
+QString unknownCommand(const char* command)
+{
+    return QCoreApplication::translate("CommandLine", "ravelo: unknown command '%1'")
+               .arg(QString::fromLocal8Bit(command)) +
+           QLatin1String("\n\n") + usage(command);
+}
 
 } // namespace
 
@@ -40,8 +68,7 @@ int main(int argc, char* argv[])
     const QString command = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     if (command == QLatin1String("--help") || command == QLatin1String("-h") ||
         command == QLatin1String("help")) {
-        std::fputs(usageText, stdout);
-        return 0;
+        return printTranslated(argc, argv, stdout, 0, usage);
     }
     if (command == QLatin1String("--version")) {
         std::puts("Ravelo " RAVELO_VERSION);
@@ -62,8 +89,7 @@ int main(int argc, char* argv[])
     // Anything else starting with a dash is left to Qt's own options; the application
     // rejects what Qt does not know.
     if (!command.isEmpty() && !command.startsWith(QLatin1Char('-'))) {
-        std::fprintf(stderr, "ravelo: unknown command '%s'\n\n%s", argv[1], usageText);
-        return 2;
+        return printTranslated(argc, argv, stderr, 2, unknownCommand);
     }
     return runApplication(argc, argv, StartAction::None);
 }

@@ -4,6 +4,7 @@
 #include "completion/OpenAIError.h"
 #include "model/PreferenceStore.h"
 #include "model/PromptStore.h"
+#include "model/Translations.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -31,7 +32,8 @@ std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
     if (args.size() == 2 && args.at(0) == QLatin1String("--custom")) {
         const QString instruction = args.at(1).trimmed();
         if (instruction.isEmpty()) {
-            printError(QStringLiteral("ravelo run: the custom instruction is empty"));
+            printError(QCoreApplication::translate("CommandLine",
+                                                   "ravelo run: the custom instruction is empty"));
             return exitUsage;
         }
         return instruction;
@@ -39,7 +41,8 @@ std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
     bool isNumber = false;
     const qint64 number = args.size() == 1 ? args.at(0).toLongLong(&isNumber) : 0;
     if (!isNumber) {
-        printError(QStringLiteral("usage: ravelo run N | ravelo run --custom TEXT"));
+        printError(QCoreApplication::translate("CommandLine",
+                                               "usage: ravelo run N | ravelo run --custom TEXT"));
         return exitUsage;
     }
     const QList<Prompt> prompts = PromptStore::load(preferences);
@@ -48,7 +51,8 @@ std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
             return prompt.systemPrompt;
         }
     }
-    printError(QStringLiteral("ravelo run: no prompt is numbered ") + QString::number(number));
+    printError(QCoreApplication::translate("CommandLine", "ravelo run: no prompt is numbered %1")
+                   .arg(number));
     return exitUsage;
 }
 
@@ -57,6 +61,7 @@ std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
 int runCommand(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    installTranslations(app);
     QCoreApplication::setOrganizationName(QStringLiteral("Ravelo"));
     QCoreApplication::setApplicationName(QStringLiteral("Ravelo"));
 
@@ -73,7 +78,8 @@ int runCommand(int argc, char* argv[])
 
     QFile input;
     if (!input.open(stdin, QIODevice::ReadOnly)) {
-        printError(QStringLiteral("ravelo run: standard input cannot be read"));
+        printError(QCoreApplication::translate("CommandLine",
+                                               "ravelo run: standard input cannot be read"));
         return exitFailed;
     }
     const QString userText = QString::fromUtf8(input.readAll());
@@ -102,7 +108,7 @@ int runCommand(int argc, char* argv[])
             std::fputc('\n', stdout);
         }
         std::fflush(stdout);
-        printError(QStringLiteral("Error: ") + message);
+        printError(QCoreApplication::translate("CommandLine", "Error: %1").arg(message));
         QCoreApplication::exit(exitFailed);
     });
     return QCoreApplication::exec();

@@ -1,6 +1,7 @@
 #include "app/TriggerCommand.h"
 
 #include "app/SingleInstance.h"
+#include "model/Translations.h"
 
 #include <QCoreApplication>
 
@@ -12,14 +13,19 @@ namespace {
 int sendToInstance(int argc, char* argv[], const char* name, SingleInstance::Request request)
 {
     QCoreApplication app(argc, argv);
+    installTranslations(app);
     if (argc > 2) {
-        std::fprintf(stderr, "ravelo %s: takes no arguments\n", name);
+        std::fputs(
+            qPrintable(QCoreApplication::translate("CommandLine", "ravelo %1: takes no arguments\n")
+                           .arg(QLatin1String(name))),
+            stderr);
         return 2;
     }
     if (SingleInstance::send(request)) {
         return 0;
     }
-    std::fputs("Ravelo is not running.\n", stderr);
+    std::fputs(qPrintable(QCoreApplication::translate("CommandLine", "Ravelo is not running.\n")),
+               stderr);
     return 1;
 }
 

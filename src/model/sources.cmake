@@ -2,4 +2,5 @@ list(APPEND RAVELO_SOURCES
     model/Prompt.cpp model/Prompt.h
     model/PreferenceStore.cpp model/PreferenceStore.h
     model/PromptStore.cpp model/PromptStore.h
+    model/Translations.cpp model/Translations.h
 )
