@@ -1,4 +1,5 @@
 #include "PanelFixture.h"
+#include "model/Translations.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -18,6 +19,7 @@ class TestFloatingPanel : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
     void cleanup();
     void routesKeys_data();
@@ -311,6 +313,12 @@ void TestFloatingPanel::placesAboveTheMiddleOfTheScreen()
     QCOMPARE(card.left(), qreal(FloatingPanel::shadowMargin));
     QCOMPARE(card.top(), std::min<qreal>(FloatingPanel::shadowMargin, panel.top() - area.top()));
     QCOMPARE(card.width(), 544.0);
+}
+
+void TestFloatingPanel::initTestCase()
+{
+    // The counts read as in the application, with the English catalogue's plural forms.
+    QCOMPARE(ravelo::installTranslations(*QCoreApplication::instance()), QStringLiteral("en"));
 }
 
 void TestFloatingPanel::showsTheStartOfALongCopy_data()

@@ -1,4 +1,5 @@
 #include "ChatServer.h"
+#include "model/Translations.h"
 #include "settings/ServerModels.h"
 
 #include <QSignalSpy>
@@ -20,29 +21,42 @@ private:
     }
 
 private slots:
+    void initTestCase()
+    {
+        // The counts read as in the application, with the English catalogue's plural forms.
+        QCOMPARE(ravelo::installTranslations(*QCoreApplication::instance()), QStringLiteral("en"));
+    }
+
     void listsTheServersModels_data()
     {
         QTest::addColumn<QString>("key");
-        QTest::newRow("no key: no Authorization") << QString();
-        QTest::newRow("a key goes as Bearer") << QStringLiteral("sk-local");
+        QTest::addColumn<QStringList>("ids");
+        QTest::addColumn<QString>("status");
+        const QStringList two{QStringLiteral("qwen2.5-0.5b-instruct"), QStringLiteral("llama3.2")};
+        const QString twoStatus = QStringLiteral(
+            "Connected to 127.0.0.1:%1: 2 models (qwen2.5-0.5b-instruct, llama3.2).");
+        QTest::newRow("no key: no Authorization") << QString() << two << twoStatus;
+        QTest::newRow("a key goes as Bearer") << QStringLiteral("sk-local") << two << twoStatus;
+        QTest::newRow("one model")
+            << QString() << QStringList{QStringLiteral("llama3.2")}
+            << QStringLiteral("Connected to 127.0.0.1:%1: 1 model (llama3.2).");
     }
 
     void listsTheServersModels()
     {
         QFETCH(QString, key);
+        QFETCH(QStringList, ids);
+        QFETCH(QString, status);
         ChatServer server;
-        server.setModels({QStringLiteral("qwen2.5-0.5b-instruct"), QStringLiteral("llama3.2")});
+        server.setModels(ids);
         ServerModels models;
         QSignalSpy changed(&models, &ServerModels::modelsChanged);
         QVERIFY(loadFrom(models, server.baseUrl(), key));
 
-        QCOMPARE(models.models(), (QStringList{QStringLiteral("qwen2.5-0.5b-instruct"),
-                                               QStringLiteral("llama3.2")}));
+        QCOMPARE(models.models(), ids);
         QCOMPARE(changed.size(), 1);
         QVERIFY(!models.hasFailed());
-        QCOMPARE(models.status(), QStringLiteral("Connected to 127.0.0.1:%1: 2 models "
-                                                 "(qwen2.5-0.5b-instruct, llama3.2).")
-                                      .arg(server.port()));
+        QCOMPARE(models.status(), status.arg(server.port()));
         QCOMPARE(server.requests().size(), 1);
         const RecordedRequest& request = server.requests().first();
         QCOMPARE(request.method, QByteArray("GET"));

@@ -21,9 +21,22 @@ QString preferencesPastWalkthrough()
     return path;
 }
 
-RaveloResult runRavelo(const QStringList& arguments)
+QProcessEnvironment environmentWithLanguage(const QString& lang)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES"}) {
+        environment.remove(QLatin1String(name));
+    }
+    environment.insert(QStringLiteral("LANG"), lang);
+    return environment;
+}
+
+RaveloResult runRavelo(const QStringList& arguments, const QProcessEnvironment& environment)
 {
     QProcess process;
+    if (!environment.isEmpty()) {
+        process.setProcessEnvironment(environment);
+    }
     process.start(raveloBinary(), arguments);
     if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; }, 15000)) {
         process.kill();

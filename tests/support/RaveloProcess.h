@@ -20,8 +20,14 @@ struct RaveloResult {
 };
 
 /// Runs a short ravelo command to its end while this process's event loop keeps turning: the
-/// test may own the clipboard that a running instance reads meanwhile.
-RaveloResult runRavelo(const QStringList& arguments);
+/// test may own the clipboard that a running instance reads meanwhile. `environment` replaces
+/// the test's own when given.
+RaveloResult runRavelo(const QStringList& arguments,
+                       const QProcessEnvironment& environment = QProcessEnvironment());
+
+/// The test's environment with the user's language set to `lang` (LANGUAGE, LC_ALL and
+/// LC_MESSAGES removed, since they take precedence).
+QProcessEnvironment environmentWithLanguage(const QString& lang);
 
 /// A running Ravelo instance with its application log on; ended when this goes.
 class RunningRavelo {
