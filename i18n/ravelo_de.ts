@@ -25,7 +25,7 @@ Zum Start brauchen Sie einen API-Schlüssel.</translation>
     </message>
     <message>
         <source>Another OpenAI-compatible server</source>
-        <translation>Ein anderer OpenAI-kompatibler Server</translation>
+        <translation>Anderer OpenAI-kompatibler Server</translation>
     </message>
     <message>
         <source>Server</source>
@@ -285,7 +285,7 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     </message>
     <message>
         <source>Another OpenAI-compatible server</source>
-        <translation>Ein anderer OpenAI-kompatibler Server</translation>
+        <translation>Anderer OpenAI-kompatibler Server</translation>
     </message>
     <message>
         <source>OpenAI-compatible server</source>
@@ -640,7 +640,7 @@ Dieser Desktop hat keinen Infobereich, daher gibt es kein Blitzsymbol.</translat
     </message>
     <message>
         <source>Start Ravelo again for Preferences</source>
-        <translation>Ravelo erneut starten für die Einstellungen</translation>
+        <translation>Für die Einstellungen Ravelo erneut starten</translation>
     </message>
     <message>
         <source>Click the bolt icon for Preferences or to quit.</source>
@@ -757,7 +757,7 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
     </message>
     <message>
         <source>API Key</source>
-        <translation>API-Schlüssel</translation>
+        <translation>Schlüssel</translation>
     </message>
     <message>
         <source>Optional: local servers usually need none</source>

@@ -2,7 +2,10 @@
 // a dark palette and saves them as PNG files:
 //
 //   settings_screenshots OUTPUT_DIR light|dark
+//
+// The texts are in the session's language (LANG=de_DE.UTF-8 draws them in German).
 #include "QmlHarness.h"
+#include "model/Translations.h"
 #include "platform/AccessibilityTrust.h"
 
 #include <QDir>
@@ -68,6 +71,7 @@ bool save(QQuickView* view, const QString& path)
 int main(int argc, char* argv[])
 {
     QGuiApplication app(argc, argv);
+    ravelo::installTranslations(app);
     if (argc != 3) {
         qWarning("usage: settings_screenshots OUTPUT_DIR light|dark");
         return 2;
@@ -140,7 +144,7 @@ int main(int argc, char* argv[])
                     return findItem(shown, "connectionStatus")
                         ->property("text")
                         .toString()
-                        .startsWith(u"Connected"_s);
+                        .contains(u"qwen2.5-0.5b-instruct"_s); // the list, in any language
                 },
                 10000);
         };
