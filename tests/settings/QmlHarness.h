@@ -3,6 +3,7 @@
 #include "ChatServer.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
+#include "model/Translations.h"
 
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -15,12 +16,15 @@
 #include <memory>
 
 // A preference file of its own, the application state over it and a QML engine that
-// sees that state as `AppState`: what the preferences and walkthrough views run on.
+// sees that state as `AppState`: what the preferences and walkthrough views run on, with
+// the catalogue of the session's language (English in the tests) as in the application.
 struct QmlHarness {
     explicit QmlHarness(const QString& path)
         : store(path)
         , state(&store)
     {
+        [[maybe_unused]] static const QString language =
+            ravelo::installTranslations(*QCoreApplication::instance());
         AppState::setQmlInstance(&state);
         engine = std::make_unique<QQmlEngine>();
         engine->addImportPath(QStringLiteral("qrc:/"));

@@ -5,7 +5,6 @@
 //
 // The texts are in the session's language (LANG=de_DE.UTF-8 draws them in German).
 #include "QmlHarness.h"
-#include "model/Translations.h"
 #include "platform/AccessibilityTrust.h"
 
 #include <QDir>
@@ -71,7 +70,6 @@ bool save(QQuickView* view, const QString& path)
 int main(int argc, char* argv[])
 {
     QGuiApplication app(argc, argv);
-    ravelo::installTranslations(app);
     if (argc != 3) {
         qWarning("usage: settings_screenshots OUTPUT_DIR light|dark");
         return 2;
