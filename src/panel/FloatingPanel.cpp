@@ -159,6 +159,9 @@ void FloatingPanel::centerAndShow()
     if (m_view) {
         m_view->setProperty("availableHeight", area.height());
         QMetaObject::invokeMethod(m_view, "resetScrolling");
+        if (!isVisible()) {
+            QMetaObject::invokeMethod(m_view, "settle");
+        }
     }
     fitToView();
     // The window is as tall as the panel can grow; the panel itself is placed by the height

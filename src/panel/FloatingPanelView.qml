@@ -55,6 +55,12 @@ FocusScope {
         return chromeHeight + inputHeight + Math.max(80, inputHeight)
     }
 
+    // A panel about to be shown has its final height at once; the clipboard box eases to a
+    // new height only while it is seen.
+    function settle() {
+        clipboardBox.settle()
+    }
+
     // Back to the start of the prompt strip and to an answer box that follows the answer.
     function resetScrolling() {
         stripScroll.stop()
