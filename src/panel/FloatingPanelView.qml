@@ -59,6 +59,9 @@ FocusScope {
     // new height only while it is seen.
     function settle() {
         clipboardBox.settle()
+        // The window is cut to the card before the first frame: the card's height counts now.
+        for (const column of [clipboardSection, resultSection, cardColumn, content])
+            column.forceLayout()
     }
 
     // Back to the start of the prompt strip and to an answer box that follows the answer.
