@@ -203,6 +203,10 @@ Appearance Instance::trigger(const Desktop& desktop)
         const qint64 ns = timer.nsecsElapsed();
         rows = desktop.cardRows();
         if (rows) {
+            if (!qEnvironmentVariableIsEmpty("RAVELO_BENCH_VERBOSE")) {
+                std::fprintf(stderr, "  %.1f ms: card rows %d-%d\n", ns / 1e6, rows->first,
+                             rows->second);
+            }
             result.firstFrameMs = result.settledMs = ns / 1e6;
             break;
         }
@@ -217,6 +221,10 @@ Appearance Instance::trigger(const Desktop& desktop)
         const qint64 ns = timer.nsecsElapsed();
         const auto now = desktop.cardRows();
         if (now != rows) {
+            if (!qEnvironmentVariableIsEmpty("RAVELO_BENCH_VERBOSE")) {
+                std::fprintf(stderr, "  %.1f ms: card rows %d-%d\n", ns / 1e6,
+                             now ? now->first : -1, now ? now->second : -1);
+            }
             rows = now;
             result.settledMs = ns / 1e6;
             quiet.restart();
