@@ -1,7 +1,15 @@
-// How long the quick panel of a running ravelo takes to show a large copy, and how much memory
-// the process takes for it. Runs on an X server with no window manager of its own (start it
-// under tests/support/with-xvfb); starts openbox, a ravelo with fresh preferences, and xclip as
-// the other application that copied the text. Per trigger it prints:
+// How fast the quick panel of a running ravelo shows.
+//
+// Without arguments it prints ROW lines (see scripts/bench) for the first trigger after
+// start-up: when the card's first frame is on the screen and how long the card takes after
+// that to settle at its height, beside a bare Qt Quick window made and shown on the same kind
+// of request. Both are triggered through their instance socket, not through a `ravelo trigger`
+// process, so that only the panel's own path is timed. Needs an X server; starts openbox when
+// no window manager runs:
+//
+//   tests/support/with-xvfb build/bench/bench_panel_trigger
+//
+// With a ravelo and sizes in megabytes it times large copies instead. Per trigger it prints:
 //   read      this process's QClipboard::text() of the same copy (Qt's X transfer alone)
 //   mapped    from `ravelo trigger` starting to the panel's window being mapped
 //   drawn     from `ravelo trigger` starting to the card showing on the screen
@@ -9,7 +17,9 @@
 //   again     mapped and drawn for a trigger after Esc closed the panel (the panel exists)
 //   peak RSS  the ravelo process's VmHWM afterwards
 //
-//   tests/support/with-xvfb build/bench/bench_panel_trigger build/ravelo [megabytes...]
+//   tests/support/with-xvfb build/bench/bench_panel_trigger build/ravelo 1 20
+#include "PanelBench.h"
+
 #include <QClipboard>
 #include <QDir>
 #include <QElapsedTimer>
@@ -82,13 +92,59 @@ bool waitForMap(xcb_connection_t* c, int timeoutMs)
 
 } // namespace
 
+int firstTrigger()
+{
+    bench::Desktop desktop;
+    bench::putTextOnClipboard();
+    std::vector<double> first, settled, again, bareFirst, bareSettled;
+    const int samples = bench::sampleCount(5, 2);
+    for (int i = 0; i < samples; ++i) {
+        {
+            bench::Instance ravelo(bench::raveloProgram());
+            if (!ravelo.start()) {
+                std::fprintf(stderr, "ravelo did not start\n");
+                return 1;
+            }
+            const bench::Appearance shown = ravelo.trigger(desktop);
+            first.push_back(shown.firstFrameMs);
+            settled.push_back(shown.settledMs - shown.firstFrameMs);
+            ravelo.close(desktop);
+            again.push_back(ravelo.trigger(desktop).firstFrameMs);
+            std::fprintf(stderr, "ravelo: first frame %.1f ms, settled %.1f ms, again %.1f ms\n",
+                         shown.firstFrameMs, shown.settledMs, again.back());
+        }
+        bench::Instance bare({});
+        if (!bare.start()) {
+            std::fprintf(stderr, "the bare window did not start\n");
+            return 1;
+        }
+        const bench::Appearance shown = bare.trigger(desktop);
+        bareFirst.push_back(shown.firstFrameMs);
+        bareSettled.push_back(shown.settledMs - shown.firstFrameMs);
+        std::fprintf(stderr, "bare window: first frame %.1f ms, settled %.1f ms\n",
+                     shown.firstFrameMs, shown.settledMs);
+    }
+    const QString renderer = bench::rendererName();
+    const QString baseline = QStringLiteral("bare Qt Quick window (%1)").arg(renderer);
+    bench::printRow(QStringLiteral("first trigger after start: first frame (%1)").arg(renderer),
+                    QStringLiteral("ms"), first, baseline, bareFirst, QStringLiteral("<= 100"));
+    bench::printRow(
+        QStringLiteral("first trigger: settled after its first frame (%1)").arg(renderer),
+        QStringLiteral("ms"), settled, baseline, bareSettled, QStringLiteral("one frame (<= 17)"));
+    bench::printRow(QStringLiteral("trigger after Esc: first frame (%1)").arg(renderer),
+                    QStringLiteral("ms"), again, {}, {}, QStringLiteral("<= 100"));
+    return 0;
+}
+
 int main(int argc, char** argv)
 {
+    if (bench::isBareWindowMode(argc, argv)) {
+        return bench::runBareWindow(argc, argv);
+    }
     QGuiApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     if (args.isEmpty()) {
-        std::fprintf(stderr, "usage: bench_panel_trigger RAVELO [megabytes...]\n");
-        return 2;
+        return firstTrigger();
     }
     const QString ravelo = args.takeFirst();
     if (args.isEmpty()) {

@@ -89,6 +89,9 @@ void AppDelegate::applicationDidFinishLaunching()
     } else {
         showOnboarding();
     }
+    // The panel is made while Ravelo waits for its first trigger, which then only shows it:
+    // loading its view would take most of the time to the first frame.
+    QTimer::singleShot(0, this, [this] { createPanel(false); });
     if (!m_observingPreferences) {
         m_observingPreferences = true;
         connect(preferences, &PreferenceStore::changed, this, &AppDelegate::setupHotkeys);
@@ -233,11 +236,13 @@ void AppDelegate::showPanel()
     createPanel()->centerAndShow();
 }
 
-FloatingPanel* AppDelegate::createPanel()
+FloatingPanel* AppDelegate::createPanel(bool forTrigger)
 {
     if (!m_panel) {
         // Created for a trigger: keys typed while its view loads are already its own.
-        m_panel = new FloatingPanel(qmlEngine(), nullptr, FloatingPanel::Keyboard::Held);
+        m_panel = new FloatingPanel(qmlEngine(), nullptr,
+                                    forTrigger ? FloatingPanel::Keyboard::Held
+                                               : FloatingPanel::Keyboard::Free);
         const QPointer<AppDelegate> self(this);
         m_panel->onNumberKeyPressed = [self](int number) {
             if (self) {

@@ -49,7 +49,9 @@ public:
     /// clipboard is read once it changes, or after a short while at the latest.
     void handleTrigger();
     void showPanel();
-    FloatingPanel* createPanel();
+    /// The panel, made on first use; one made for a trigger holds the keyboard while its view
+    /// loads.
+    FloatingPanel* createPanel(bool forTrigger = true);
     void openSettings();
     void showOnboarding();
     /// The walkthrough was finished: its window closes and the triggers are armed.

@@ -20,11 +20,20 @@ Item {
     implicitHeight: Math.min(contentHeight, maxHeight)
 
     Behavior on contentHeight {
+        id: growth
+
         NumberAnimation {
             duration: 150
             easing.type: Easing.Bezier
             easing.bezierCurve: [0, 0, 0.58, 1, 1, 1]
         }
+    }
+
+    // Takes the content's height at once, without easing: for a container about to be shown.
+    function settle() {
+        growth.enabled = false
+        contentHeight = measuredHeight
+        growth.enabled = true
     }
 
     onMeasuredHeightChanged: contentHeight = measuredHeight

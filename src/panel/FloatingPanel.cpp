@@ -159,6 +159,9 @@ void FloatingPanel::centerAndShow()
     if (m_view) {
         m_view->setProperty("availableHeight", area.height());
         QMetaObject::invokeMethod(m_view, "resetScrolling");
+        if (!isVisible()) {
+            QMetaObject::invokeMethod(m_view, "settle");
+        }
     }
     fitToView();
     // The window is as tall as the panel can grow; the panel itself is placed by the height
@@ -327,6 +330,11 @@ void FloatingPanel::exposeEvent(QExposeEvent* event)
 {
     QQuickWindow::exposeEvent(event);
     if (m_activationPending && isExposed()) {
+        // The window manager follows the input shape only from the changes it sees once it
+        // has mapped the window: a shape set before the panel was shown is set again.
+        if (!m_inputRegion.isEmpty()) {
+            m_support->setInputRegion(this, m_inputRegion);
+        }
         m_support->activate(this);
         // Window managers may still be busy mapping the window; ask again a few times.
         QTimer::singleShot(activationRetryMs, this, [this] {

@@ -55,6 +55,15 @@ FocusScope {
         return chromeHeight + inputHeight + Math.max(80, inputHeight)
     }
 
+    // A panel about to be shown has its final height at once; the clipboard box eases to a
+    // new height only while it is seen.
+    function settle() {
+        clipboardBox.settle()
+        // The window is cut to the card before the first frame: the card's height counts now.
+        for (const column of [clipboardSection, resultSection, cardColumn, content])
+            column.forceLayout()
+    }
+
     // Back to the start of the prompt strip and to an answer box that follows the answer.
     function resetScrolling() {
         stripScroll.stop()

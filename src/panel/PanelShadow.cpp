@@ -13,6 +13,9 @@ namespace {
 // to redo on every frame while the card grows.
 constexpr qreal workScale = 0.25;
 constexpr int boxPasses = 3;
+// The item covers the whole window; its picture is kept at this scale and drawn scaled up,
+// which a shadow this soft does not show, for a sixteenth of the memory.
+constexpr qreal textureScale = 0.25;
 
 // One pass of a moving average of width 2 * radius + 1 along rows (or columns).
 void boxBlur(std::vector<float>& values, int width, int height, int radius, bool alongRows)
@@ -50,6 +53,13 @@ PanelShadow::PanelShadow(QQuickItem* parent)
     setAntialiasing(true);
     connect(this, &QQuickItem::widthChanged, this, [this] { update(); });
     connect(this, &QQuickItem::heightChanged, this, [this] { update(); });
+}
+
+void PanelShadow::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry)
+{
+    setTextureSize(QSize(std::max(1, int(std::ceil(newGeometry.width() * textureScale))),
+                         std::max(1, int(std::ceil(newGeometry.height() * textureScale)))));
+    QQuickPaintedItem::geometryChange(newGeometry, oldGeometry);
 }
 
 void PanelShadow::setShape(const QRectF& shape)

@@ -35,6 +35,9 @@ public:
 
     void paint(QPainter* painter) override;
 
+protected:
+    void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
+
 signals:
     void shapeChanged();
     void appearanceChanged();

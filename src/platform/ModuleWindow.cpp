@@ -1,5 +1,7 @@
 #include "platform/ModuleWindow.h"
 
+#include "platform/QuickRenderer.h"
+
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QQmlEngine>
@@ -8,6 +10,7 @@
 
 std::unique_ptr<QQmlEngine> createModuleEngine()
 {
+    chooseQuickRenderer();
     auto engine = std::make_unique<QQmlEngine>();
     // The module's QML files find each other through the module, which lives under qrc:/.
     engine->addImportPath(QStringLiteral("qrc:/"));

@@ -25,6 +25,7 @@ struct ModuleWindowSpec {
 /// An engine that finds the Ravelo module under qrc:/. The module's location has to be known
 /// before the first view is loaded: once a view has imported the module without it, the engine
 /// keeps that import without the module's QML types, whatever is added later.
+/// The windows of the module are drawn by the renderer chooseQuickRenderer() picks.
 std::unique_ptr<QQmlEngine> createModuleEngine();
 
 /// Builds the window, loads its view (load errors go to `log`) and centres it on the primary

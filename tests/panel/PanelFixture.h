@@ -3,6 +3,7 @@
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 #include "panel/FloatingPanel.h"
+#include "platform/ModuleWindow.h"
 
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -24,7 +25,7 @@ struct PanelFixture {
         store = std::make_unique<PreferenceStore>(dir.filePath(QStringLiteral("prefs.conf")));
         state = std::make_unique<AppState>(store.get());
         AppState::setQmlInstance(state.get());
-        engine = std::make_unique<QQmlEngine>();
+        engine = createModuleEngine();
         panel = std::make_unique<FloatingPanel>(engine.get());
     }
 

@@ -76,6 +76,15 @@ public:
         return values.isEmpty() ? XCB_NONE : values.first();
     }
 
+    uint8_t depth(xcb_window_t window)
+    {
+        auto* reply =
+            xcb_get_geometry_reply(m_connection, xcb_get_geometry(m_connection, window), nullptr);
+        const uint8_t result = reply ? reply->depth : 0;
+        std::free(reply);
+        return result;
+    }
+
     bool hasWindowManager()
     {
         return !property(m_root, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW).isEmpty();
@@ -130,6 +139,29 @@ private:
     xcb_window_t m_root = XCB_NONE;
     QHash<xcb_window_t, int> m_clicks;
 };
+
+// What the renderer drew: the card opaque in its own colour and, with the shadows, a margin
+// that is transparent far from the card and holds more shadow below it than above.
+QString drawingFault(const QImage& image, const QRect& card, bool shadows)
+{
+    const QColor inside = image.pixelColor(card.center().x(), card.top() + 14);
+    if (inside.alpha() != 255 || qAbs(inside.red() - 62) > 2 || qAbs(inside.blue() - 64) > 2) {
+        return QStringLiteral("card drawn as %1").arg(inside.name(QColor::HexArgb));
+    }
+    if (!shadows) {
+        return {};
+    }
+    const int corner = image.pixelColor(2, 2).alpha();
+    const int above = image.pixelColor(card.left() + 100, card.top() - 40).alpha();
+    const int below = image.pixelColor(card.left() + 100, card.bottom() + 40).alpha();
+    if (corner > 2 || below < 20 || below < above + 10) {
+        return QStringLiteral("alpha: corner %1, above %2, below %3")
+            .arg(corner)
+            .arg(above)
+            .arg(below);
+    }
+    return {};
+}
 
 bool run(const QString& program, const QStringList& arguments)
 {
@@ -317,6 +349,11 @@ void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
     // Without a compositor the window is cut to the card: its rounded corners are outside.
     QVERIFY(!f->panel->mask().contains(QPoint(2, 2)));
     QVERIFY(f->panel->mask().contains(QPoint(272, 100)));
+    // Translucent windows need a visual with alpha, whichever renderer draws them.
+    QCOMPARE(m_x.depth(panelWindow()), uint8_t(32));
+    QTRY_COMPARE(
+        drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), false),
+        QString());
     const QPoint cardOnScreen = f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint());
 
     startProcess(m_compositor, QStringLiteral("xcompmgr"), {});
@@ -326,6 +363,9 @@ void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
     QCOMPARE(f->panel->cardGeometry().topLeft(),
              QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
     QTRY_COMPARE(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()), cardOnScreen);
+    QTRY_COMPARE(
+        drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), true),
+        QString());
 
     m_compositor.terminate();
     QVERIFY(m_compositor.waitForFinished(3000));

@@ -249,6 +249,36 @@ private slots:
         QVERIFY2(!m_app.readLog().contains("ravelo.panel:"), m_app.log().right(500).constData());
     }
 
+    // The software scene graph draws the panel; Qt's own variable still picks another renderer.
+    void drawsWithoutAGlDriverUnlessAsked_data()
+    {
+        QTest::addColumn<QString>("backend");
+        QTest::addColumn<bool>("glDriver");
+        QTest::newRow("Ravelo's choice") << QString() << false;
+        QTest::newRow("QT_QUICK_BACKEND=rhi") << QStringLiteral("rhi") << true;
+    }
+
+    void drawsWithoutAGlDriverUnlessAsked()
+    {
+        QFETCH(QString, backend);
+        QFETCH(bool, glDriver);
+        QProcessEnvironment environment;
+        if (!backend.isEmpty()) {
+            environment.insert(QStringLiteral("QT_QUICK_BACKEND"), backend);
+        }
+        QVERIFY2(m_app.start({}, environment), m_app.log().constData());
+        QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Some copied text")));
+        QCOMPARE(runRavelo({QStringLiteral("trigger")}).exitCode, 0);
+        Screen screen;
+        QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
+        QFile maps(QStringLiteral("/proc/%1/maps").arg(m_app.process()->processId()));
+        QVERIFY(maps.open(QIODevice::ReadOnly));
+        const QByteArray mapped = maps.readAll();
+        // A GL vendor library (libGLX_mesa, libGLX_nvidia…) or one of Mesa's drivers.
+        const bool loaded = mapped.contains("libGLX_") || mapped.contains("_dri.so");
+        QCOMPARE(loaded, glDriver);
+    }
+
     void fitsTheWorkArea_data()
     {
         QTest::addColumn<QString>("scale");

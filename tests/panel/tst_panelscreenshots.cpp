@@ -116,6 +116,8 @@ QImage TestPanelScreenshots::grab(const QString& name)
 
 void TestPanelScreenshots::withPrompts()
 {
+    // The chips' backgrounds are painted once the window's scene graph runs.
+    QTRY_VERIFY(count(grab(QString()), rectOf("promptStrip"), chipBorder) > 100);
     const QImage image = grab(QStringLiteral("panel-prompts.png"));
     QVERIFY(!image.isNull());
     const QRect card = m_fixture->panel->cardGeometry().toAlignedRect();
