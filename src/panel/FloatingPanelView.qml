@@ -236,6 +236,8 @@ FocusScope {
 
                             objectName: "clipboardText"
                             width: parent.width
+                            viewportY: clipboardBox.flickable.contentY
+                            viewportHeight: clipboardBox.flickable.height
                             placeholder: "No text on clipboard"
                             Component.onCompleted: reset(AppState.clipboardPreview)
                         }
@@ -568,6 +570,8 @@ FocusScope {
 
                                 objectName: "answerText"
                                 width: answerFlick.width
+                                viewportY: answerFlick.contentY
+                                viewportHeight: answerFlick.height
                                 placeholder: "Select a prompt above to get started"
                                 Component.onCompleted: reset(AppState.resultText)
                             }
