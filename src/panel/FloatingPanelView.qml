@@ -539,6 +539,10 @@ FocusScope {
                             // away from it; scrolling back to the end follows again.
                             property bool following: true
                             property bool movingToEnd: false
+                            // The Flickable puts its view back within the new bounds before
+                            // it tells about a new content height; only a move at a content
+                            // height seen here is the user's.
+                            property real seenContentHeight: 0
 
                             function showEnd() {
                                 if (!following || contentHeight <= height)
@@ -548,10 +552,13 @@ FocusScope {
                                 movingToEnd = false
                             }
 
-                            onContentHeightChanged: showEnd()
+                            onContentHeightChanged: {
+                                seenContentHeight = contentHeight
+                                showEnd()
+                            }
                             onHeightChanged: showEnd()
                             onContentYChanged: {
-                                if (!movingToEnd)
+                                if (!movingToEnd && contentHeight === seenContentHeight)
                                     following = contentY >= contentHeight - height - 1
                             }
 

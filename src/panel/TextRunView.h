@@ -75,7 +75,8 @@ public:
     /// How many runs have a texture: what the viewport shows, whatever the text's length.
     Q_INVOKABLE int drawnRuns() const { return m_drawnRuns.load(); }
 
-    /// Adds `fragment` at the end; it is laid out with the next frame.
+    /// Adds `fragment` at the end; the fragments of one frame are laid out together just
+    /// before it is drawn.
     Q_INVOKABLE void append(const QString& fragment);
     /// Replaces the whole text and lays it out at once.
     Q_INVOKABLE void reset(const QString& text);

@@ -39,6 +39,7 @@ private slots:
     void fragmentsBeforeAReplacementNeverShow();
     void copiesRightAfterTheLastFragment();
     void longParagraphStreamedShowsAsSetAtOnce();
+    void followsAnAnswerThatGrowsFrameByFrame();
 
 private:
     QString streamAnswer(qsizetype length);
@@ -685,6 +686,27 @@ void TestFloatingPanel::longParagraphStreamedShowsAsSetAtOnce()
     f->state->setResultText(paragraph);
     QCOMPARE(lines(text), expected);
     QTRY_COMPARE(answerImage(), streamedImage);
+}
+
+void TestFloatingPanel::followsAnAnswerThatGrowsFrameByFrame()
+{
+    // Fragments of a few characters, each shown in a frame of its own before the next, so
+    // that the box grows by fractions of a pixel and lines at a time.
+    QQuickItem* flick = f->item("answerFlick");
+    f->state->setIsLoading(true);
+    const QString sentence = QStringLiteral("A fragment arrives, then the next one. ");
+    QSignalSpy frames(f->panel.get(), &QQuickWindow::frameSwapped);
+    for (int i = 0; i < 150; ++i) {
+        f->state->appendResultText(sentence.mid((i * 6) % sentence.size(), 6));
+        frames.clear();
+        QVERIFY(frames.wait());
+    }
+    f->state->setIsLoading(false);
+    const auto end = [flick] {
+        return flick->property("contentHeight").toReal() - flick->height();
+    };
+    QVERIFY(end() > 100);
+    QTRY_VERIFY(qAbs(flick->property("contentY").toReal() - end()) < 1);
 }
 
 QTEST_MAIN(TestFloatingPanel)
