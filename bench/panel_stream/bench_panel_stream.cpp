@@ -7,6 +7,8 @@
 //   frames  how long each frame takes, from the animation step that starts it to the swap
 //           that ends it, while the last 10,000 characters of a 100,000 character answer
 //           arrive at 50 fragments per second
+//   redraw  the CPU % of the panel drawn again at 50 Hz with nothing changed: the floor under
+//           the streaming figures
 // and the same for a bare window as big as the panel that changes one Text at 50 Hz, the
 // baseline each row compares with.
 //
@@ -133,6 +135,17 @@ int child(QGuiApplication& app)
         std::fprintf(stderr, "  %d characters streamed\n", int(f.state->resultText().size()));
         sample(oneParagraph ? "cpu-one" : "cpu-paragraphs", cpu);
     }
+    {
+        // The floor: the same panel and answer drawn again at 50 Hz with nothing changed.
+        PanelFixture f;
+        f.state->setClipboardText(QStringLiteral("Copied text"));
+        if (!f.showAndFocus()) {
+            qFatal("the panel did not show");
+        }
+        f.state->setResultText(bench::Answer(false).text(1000));
+        QTest::qWait(300);
+        sample("cpu-redraw", cpuWhileTicking([&] { f.panel->update(); }, samples));
+    }
     for (const bool oneParagraph : {false, true}) {
         PanelFixture f;
         f.state->setClipboardText(QStringLiteral("Copied text"));
@@ -234,6 +247,10 @@ int main(int argc, char** argv)
         bench::row(QStringLiteral("CPU while streaming at 50 fragments/s, one paragraph, ") + name,
                    QStringLiteral("%"), samples[u"cpu-one"_s], bare, samples[u"cpu-bare"_s],
                    QStringLiteral("within 2x of the baseline"));
+        bench::row(QStringLiteral("CPU of the panel drawn again at 50 Hz, nothing changed, ") +
+                       name,
+                   QStringLiteral("%"), samples[u"cpu-redraw"_s], bare, samples[u"cpu-bare"_s],
+                   QStringLiteral("what streaming costs at least"));
         for (const auto& [key, shape] :
              {std::pair{u"frames-paragraphs"_s, QStringLiteral("paragraphs")},
               std::pair{u"frames-one"_s, QStringLiteral("one paragraph")}}) {
