@@ -35,9 +35,10 @@ bool isEditing(const QQuickItem* item)
     return isTextItem(item) && !item->property("readOnly").toBool();
 }
 
+// Any text that can be selected: text fields and the panel's read-only texts.
 bool hasSelection(const QQuickItem* item)
 {
-    return isTextItem(item) && !item->property("selectedText").toString().isEmpty();
+    return item && !item->property("selectedText").toString().isEmpty();
 }
 
 // The typed characters as a decimal number: an optional sign and ASCII digits, nothing else.
@@ -281,6 +282,11 @@ bool FloatingPanel::event(QEvent* event)
 {
     if (event->type() == QEvent::Hide) {
         releaseKeyboard();
+    }
+    if (event->type() == QEvent::Expose && isExposed() && !m_inputRegion.isEmpty()) {
+        // A window manager that frames the window takes the input region over to its frame
+        // only when it changes after the window is managed: set it again once shown.
+        m_support->setInputRegion(this, m_inputRegion);
     }
     if (event->type() == QEvent::Close) {
         // Closing only hides: the panel, its native window and its callbacks stay for the

@@ -245,6 +245,8 @@ FocusScope {
 
                             objectName: "clipboardText"
                             width: parent.width
+                            viewportY: clipboardBox.flickable.contentY
+                            viewportHeight: clipboardBox.flickable.height
                             placeholder: qsTr("No text on clipboard")
                             Component.onCompleted: reset(AppState.clipboardPreview)
                         }
@@ -546,6 +548,10 @@ FocusScope {
                             // away from it; scrolling back to the end follows again.
                             property bool following: true
                             property bool movingToEnd: false
+                            // The Flickable puts its view back within the new bounds before
+                            // it tells about a new content height; only a move at a content
+                            // height seen here is the user's.
+                            property real seenContentHeight: 0
 
                             function showEnd() {
                                 if (!following || contentHeight <= height)
@@ -555,10 +561,13 @@ FocusScope {
                                 movingToEnd = false
                             }
 
-                            onContentHeightChanged: showEnd()
+                            onContentHeightChanged: {
+                                seenContentHeight = contentHeight
+                                showEnd()
+                            }
                             onHeightChanged: showEnd()
                             onContentYChanged: {
-                                if (!movingToEnd)
+                                if (!movingToEnd && contentHeight === seenContentHeight)
                                     following = contentY >= contentHeight - height - 1
                             }
 
@@ -577,6 +586,8 @@ FocusScope {
 
                                 objectName: "answerText"
                                 width: answerFlick.width
+                                viewportY: answerFlick.contentY
+                                viewportHeight: answerFlick.height
                                 placeholder: qsTr("Select a prompt above to get started")
                                 Component.onCompleted: reset(AppState.resultText)
                             }

@@ -1,26 +1,13 @@
 import QtQuick
 import Ravelo
 
-// The copied text and the answer: large, selectable, read-only text fed through
-// `append` and `reset`, with a placeholder while it is empty.
-TextEdit {
-    id: edit
+// The copied text and the answer: large, selectable, read-only text fed through `append`
+// and `reset`, with a placeholder while it is empty.
+TextRunView {
+    id: view
 
     property string placeholder
-    readonly property bool empty: feed.empty
 
-    function append(fragment) {
-        feed.append(fragment)
-    }
-
-    function reset(text) {
-        feed.reset(text)
-    }
-
-    readOnly: true
-    selectByMouse: true
-    textFormat: TextEdit.PlainText
-    wrapMode: TextEdit.Wrap
     color: PanelPalette.primaryText
     selectionColor: PanelPalette.selection
     selectedTextColor: PanelPalette.primaryText
@@ -28,20 +15,14 @@ TextEdit {
     font.pixelSize: 20
     font.weight: Font.Normal
     font.letterSpacing: -0.4
-
-    StreamingText {
-        id: feed
-
-        document: edit.textDocument
-        lineSpacing: 3.87
-    }
+    lineSpacing: 3.87
 
     Text {
         width: parent.width
-        visible: edit.empty
-        text: edit.placeholder
+        visible: view.empty
+        text: view.placeholder
         wrapMode: Text.Wrap
         color: PanelPalette.placeholderText
-        font: edit.font
+        font: view.font
     }
 }

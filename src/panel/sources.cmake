@@ -3,7 +3,7 @@ list(APPEND RAVELO_SOURCES
     panel/FloatingPanel.cpp panel/FloatingPanel.h
     panel/PanelClipboard.cpp panel/PanelClipboard.h
     panel/PanelShadow.cpp panel/PanelShadow.h
-    panel/StreamingText.cpp panel/StreamingText.h
+    panel/TextRunView.cpp panel/TextRunView.h
     panel/TextPreview.cpp panel/TextPreview.h
 )
 # The QML files sit at the module's root (qrc:/Ravelo/), next to its qmldir, so that they

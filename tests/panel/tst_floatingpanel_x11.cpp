@@ -2,6 +2,7 @@
 // test, a real compositing manager (xcompmgr). Keys are typed through XTest (xdotool).
 #include "PanelFixture.h"
 
+#include <QClipboard>
 #include <QHash>
 #include <QProcess>
 #include <QScreen>
@@ -196,6 +197,7 @@ private slots:
     void preferencesComeOverThePanel();
     void stripStartsAtItsFirstChipAndTurnsWithTheWheel();
     void answerFollowsTheStreamUntilScrolledUp();
+    void selectionCopiesAcrossRuns();
 
 private:
     xcb_window_t panelWindow() const { return static_cast<xcb_window_t>(f->panel->winId()); }
@@ -503,6 +505,70 @@ void TestFloatingPanelX11::answerFollowsTheStreamUntilScrolledUp()
     }
     QTRY_VERIFY(flick->property("contentHeight").toReal() > before + 400 && atEnd());
     f->state->setIsLoading(false);
+}
+
+void TestFloatingPanelX11::selectionCopiesAcrossRuns()
+{
+    QVERIFY(f->showAndFocus());
+    QString answer;
+    for (int i = 1; i <= 40; ++i) {
+        answer += QStringLiteral("Sentence %1 of a long first paragraph that wraps. ").arg(i);
+    }
+    answer += QStringLiteral("\nA second paragraph.\n\nAnd a third.");
+    f->state->setIsLoading(true);
+    for (qsizetype at = 0; at < answer.size(); at += 17) {
+        f->state->appendResultText(answer.mid(at, 17));
+    }
+    f->state->setIsLoading(false);
+    QQuickItem* text = f->item("answerText");
+    QTRY_COMPARE(text->property("text").toString(), answer);
+    QStringList lines;
+    QMetaObject::invokeMethod(text, "lines", Q_RETURN_ARG(QStringList, lines));
+    QVERIFY(lines.size() > 24);
+    const auto key = [](const char* name) {
+        return run(QStringLiteral("xdotool"), {QStringLiteral("key"), QLatin1String(name)});
+    };
+    QClipboard* clipboard = QGuiApplication::clipboard();
+
+    // From the start, twenty lines down by keyboard: the lines of two runs and part of a third.
+    QVERIFY(pointer(onScreen("answerBox"), 1));
+    QTRY_VERIFY(text->hasActiveFocus());
+    QVERIFY(key("ctrl+Home"));
+    for (int i = 0; i < 20; ++i) {
+        QVERIFY(key("shift+Down"));
+    }
+    QTRY_COMPARE(text->property("selectedText").toString(), lines.mid(0, 20).join(QString()));
+    clipboard->setText(QStringLiteral("before"));
+    QVERIFY(key("ctrl+c"));
+    QTRY_COMPARE(clipboard->text(), lines.mid(0, 20).join(QString()));
+    QCOMPARE(m_copies, 0);
+
+    // Dragged with the mouse over the box, the selection copies as it stands in the answer.
+    const QPoint box = onScreen("answerBox");
+    const int half = int(f->item("answerBox")->height() / 2) - 4;
+    QVERIFY(run(QStringLiteral("xdotool"),
+                {QStringLiteral("mousemove"), QString::number(box.x() - 200),
+                 QString::number(box.y() - half), QStringLiteral("mousedown"), QStringLiteral("1"),
+                 QStringLiteral("mousemove"), QString::number(box.x()), QString::number(box.y()),
+                 QStringLiteral("mousemove"), QString::number(box.x() + 100),
+                 QString::number(box.y() + half), QStringLiteral("mouseup"), QStringLiteral("1")}));
+    QTRY_VERIFY(text->property("selectedText").toString().size() > 40);
+    const int start = text->property("selectionStart").toInt();
+    const int end = text->property("selectionEnd").toInt();
+    QVERIFY(key("ctrl+c"));
+    QTRY_COMPARE(clipboard->text(), answer.mid(start, end - start));
+
+    // Everything, with its paragraph breaks.
+    QVERIFY(key("ctrl+a"));
+    QVERIFY(key("ctrl+c"));
+    QTRY_COMPARE(clipboard->text(), answer);
+    QCOMPARE(m_copies, 0);
+
+    // A click takes the selection away; Ctrl+C then copies the answer and closes.
+    QVERIFY(pointer(onScreen("answerBox"), 1));
+    QTRY_COMPARE(text->property("selectedText").toString(), QString());
+    QVERIFY(key("ctrl+c"));
+    QTRY_COMPARE(m_copies, 1);
 }
 
 QTEST_MAIN(TestFloatingPanelX11)
