@@ -58,14 +58,6 @@ bool quitOnTerminationSignals(QObject* parent)
 
 int runApplication(int argc, char* argv[], StartAction action)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
-        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        std::fputs(
-            "Ravelo needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n",
-            stderr);
-        return 1;
-    }
-
     // Takes Qt's own options (-platform, -style, …) off the command line.
     QApplication app(argc, argv);
     QStringList rest = QCoreApplication::arguments().mid(1);
@@ -122,6 +114,13 @@ int runApplication(int argc, char* argv[], StartAction action)
         delegate->openSettings();
     }
     return app.exec();
+}
+
+int applicationMain(int argc, char* argv[])
+{
+    const bool preferences = argc > 1 && std::strcmp(argv[1], "preferences") == 0;
+    return runApplication(argc, argv,
+                          preferences ? StartAction::OpenPreferences : StartAction::None);
 }
 
 } // namespace ravelo

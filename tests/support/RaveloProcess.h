@@ -20,8 +20,25 @@ struct RaveloResult {
 };
 
 /// Runs a short ravelo command to its end while this process's event loop keeps turning: the
-/// test may own the clipboard that a running instance reads meanwhile.
-RaveloResult runRavelo(const QStringList& arguments);
+/// test may own the clipboard that a running instance reads meanwhile. `environment`, when
+/// given, replaces the test's own.
+RaveloResult runRavelo(const QStringList& arguments,
+                       const QProcessEnvironment& environment = QProcessEnvironment());
+
+/// The Qt libraries that processes started with `tracingLibraries(folder)` mapped, as their
+/// dynamic loader wrote them into `folder`: "Qt6Core", "Qt6Network", …
+class LibraryTrace {
+public:
+    explicit LibraryTrace(const QString& folder);
+    /// The test's environment with the loader's report turned on.
+    QProcessEnvironment environment() const;
+    QStringList qtLibraries() const;
+    /// Those of them that belong to the graphical stack (Gui, Qml, Quick, Widgets, …).
+    QStringList graphicalLibraries() const;
+
+private:
+    QString m_folder;
+};
 
 /// A running Ravelo instance with its application log on; ended when this goes.
 class RunningRavelo {
