@@ -240,7 +240,10 @@ std::string joined(const std::vector<double>& values)
     for (const double value : values) {
         char number[32];
         std::snprintf(number, sizeof number, "%.6g", value);
-        text += (text.empty() ? "" : ",") + std::string(number);
+        if (!text.empty()) {
+            text += ',';
+        }
+        text += number;
     }
     return text;
 }
