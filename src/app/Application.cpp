@@ -59,17 +59,6 @@ bool quitOnTerminationSignals(QObject* parent)
 
 int runApplication(int argc, char* argv[], StartAction action)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
-        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        QCoreApplication core(argc, argv);
-        installTranslations(core);
-        std::fputs(qPrintable(QCoreApplication::translate(
-                       "CommandLine", "Ravelo needs a graphical session: neither DISPLAY nor "
-                                      "WAYLAND_DISPLAY is set.\n")),
-                   stderr);
-        return 1;
-    }
-
     // Takes Qt's own options (-platform, -style, …) off the command line.
     QApplication app(argc, argv);
     installTranslations(app);
@@ -130,6 +119,13 @@ int runApplication(int argc, char* argv[], StartAction action)
         delegate->openSettings();
     }
     return app.exec();
+}
+
+int applicationMain(int argc, char* argv[])
+{
+    const bool preferences = argc > 1 && std::strcmp(argv[1], "preferences") == 0;
+    return runApplication(argc, argv,
+                          preferences ? StartAction::OpenPreferences : StartAction::None);
 }
 
 } // namespace ravelo

@@ -8,4 +8,8 @@ enum class StartAction { None, OpenPreferences };
 /// standard options are taken from the command line; "preferences" may precede them.
 int runApplication(int argc, char* argv[], StartAction action);
 
+/// The application program's entry: `ravelo-gui [preferences] [Qt options]`, as `ravelo`
+/// starts it.
+int applicationMain(int argc, char* argv[]);
+
 } // namespace ravelo

@@ -1,14 +1,22 @@
 #include "app/Main.h"
 
-#include "app/Application.h"
 #include "app/RunCommand.h"
+#include "app/SingleInstance.h"
 #include "app/TriggerCommand.h"
 #include "model/Translations.h"
 
 #include <QCoreApplication>
 #include <QString>
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
 
 namespace ravelo {
 namespace {
@@ -49,6 +57,13 @@ int printTranslated(int argc, char* argv[], std::FILE* stream, int status,
     return status;
 }
 
+QString noGraphicalSession(const char*)
+{
+    return QCoreApplication::translate(
+        "CommandLine",
+        "Ravelo needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n");
+}
+
 QString usage(const char*)
 {
     return QCoreApplication::translate("CommandLine", usageText);
@@ -59,6 +74,69 @@ QString unknownCommand(const char* command)
     return QCoreApplication::translate("CommandLine", "ravelo: unknown command '%1'")
                .arg(QString::fromLocal8Bit(command)) +
            QLatin1String("\n\n") + usage(command);
+}
+
+constexpr const char* applicationProgramName = "ravelo-gui";
+
+/// This program's own path, symbolic links resolved.
+std::string ownPath()
+{
+    char path[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
+    if (length <= 0) {
+        return {};
+    }
+    return std::string(path, static_cast<size_t>(length));
+}
+
+/// The application program: in Ravelo's libexec folder once installed, next to this program
+/// in the build tree.
+std::string applicationProgram(const std::string& self)
+{
+    const std::string folder = self.substr(0, self.rfind('/') + 1);
+    for (const std::string& candidate :
+         {folder + RAVELO_LIBEXEC_FROM_BIN "/" + applicationProgramName,
+          folder + applicationProgramName}) {
+        if (::access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+/// Replaces this process by the application with the same arguments. argv[0] becomes this
+/// program's path: the window class and the autostart entry are taken from it.
+int startApplication(int argc, char* argv[])
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        return printTranslated(argc, argv, stderr, 1, noGraphicalSession);
+    }
+    // A plain start (or "preferences") while Ravelo runs only hands over to it, which opens
+    // its preferences. Qt's options are left to the application, which checks them first.
+    const bool plainStart = argc == 1 || (argc == 2 && std::strcmp(argv[1], "preferences") == 0);
+    if (plainStart) {
+        int noArguments = 1;
+        const QCoreApplication app(noArguments, argv);
+        if (SingleInstance::send(SingleInstance::Request::Activate)) {
+            return 0;
+        }
+    }
+
+    std::string self = ownPath();
+    const std::string program = self.empty() ? std::string() : applicationProgram(self);
+    if (program.empty()) {
+        std::fprintf(stderr,
+                     "ravelo: the application program %s is neither beside %s nor in its "
+                     "libexec folder\n",
+                     applicationProgramName, self.empty() ? argv[0] : self.c_str());
+        return 1;
+    }
+    std::vector<char*> arguments(argv, argv + argc + 1);
+    arguments[0] = self.data();
+    ::execv(program.c_str(), arguments.data());
+    std::fprintf(stderr, "ravelo: cannot start %s: %s\n", program.c_str(), std::strerror(errno));
+    return 1;
 }
 
 } // namespace
@@ -84,14 +162,14 @@ int main(int argc, char* argv[])
         return quitCommand(argc, argv);
     }
     if (command == QLatin1String("preferences")) {
-        return runApplication(argc, argv, StartAction::OpenPreferences);
+        return startApplication(argc, argv);
     }
     // Anything else starting with a dash is left to Qt's own options; the application
     // rejects what Qt does not know.
     if (!command.isEmpty() && !command.startsWith(QLatin1Char('-'))) {
         return printTranslated(argc, argv, stderr, 2, unknownCommand);
     }
-    return runApplication(argc, argv, StartAction::None);
+    return startApplication(argc, argv);
 }
 
 } // namespace ravelo

@@ -5,6 +5,8 @@
 #include "model/PreferenceStore.h"
 #include "platform/KeyNames.h"
 
+#include <utility>
+
 namespace ravelo {
 
 QString missingApiKeyWarning()
@@ -27,23 +29,26 @@ QString PromptRun::noAnswerMessage()
 PromptRun* PromptRun::start(PreferenceStore& preferences, QObject* owner,
                             const QString& systemPrompt, const QString& userText)
 {
-    preferences.incrementPromptsUsed();
     const QString apiKey = preferences.string(Preferences::apiKey).value_or(QString());
     const QString model = preferences.string(Preferences::model).value_or(QString());
     const QString baseUrl = preferences.string(Preferences::baseUrl).value_or(QString());
     return new PromptRun(
-        OpenAIClient(owner, baseUrl).streamCompletion(apiKey, model, systemPrompt, userText));
+        OpenAIClient(owner, baseUrl).streamCompletion(apiKey, model, systemPrompt, userText),
+        &preferences);
 }
 
-PromptRun::PromptRun(CompletionStream* stream)
+PromptRun::PromptRun(CompletionStream* stream, PreferenceStore* preferences)
     : QObject(stream->parent())
     , m_stream(stream)
+    , m_preferences(preferences)
 {
     connect(stream, &CompletionStream::fragmentReceived, this, [this](const QString& fragment) {
         m_receivedText = m_receivedText || !fragment.isEmpty();
         emit textReceived(fragment);
+        countUse();
     });
     connect(stream, &CompletionStream::finished, this, [this] {
+        countUse();
         if (m_receivedText) {
             emit succeeded();
         } else {
@@ -52,13 +57,22 @@ PromptRun::PromptRun(CompletionStream* stream)
         deleteLater();
     });
     connect(stream, &CompletionStream::failed, this, [this](const CompletionError& error) {
+        countUse();
         emit failed(error.description());
         deleteLater();
     });
 }
 
+void PromptRun::countUse()
+{
+    if (m_preferences) {
+        std::exchange(m_preferences, nullptr)->incrementPromptsUsed();
+    }
+}
+
 void PromptRun::cancel()
 {
+    countUse();
     if (m_stream) {
         m_stream->stopListening();
     }

@@ -25,8 +25,10 @@ class PromptRun : public QObject {
     Q_OBJECT
 
 public:
-    /// Counts the use, then streams the answer to `userText` with the stored key, model and
-    /// endpoint; the streams are children of `owner`. The caller checks `isReadyToRun` first.
+    /// Streams the answer to `userText` with the stored key, model and endpoint; the streams
+    /// are children of `owner`. The caller checks `isReadyToRun` first. The use is counted
+    /// once the first text has been handed on, or when the run ends or is cancelled before
+    /// that: writing the preferences file waits for the disk, and the answer should not.
     static PromptRun* start(PreferenceStore& preferences, QObject* owner,
                             const QString& systemPrompt, const QString& userText);
 
@@ -42,9 +44,11 @@ signals:
     void failed(const QString& message);
 
 private:
-    explicit PromptRun(CompletionStream* stream);
+    PromptRun(CompletionStream* stream, PreferenceStore* preferences);
+    void countUse();
 
     QPointer<CompletionStream> m_stream;
+    QPointer<PreferenceStore> m_preferences;
     bool m_receivedText = false;
 };
 

@@ -4,7 +4,7 @@
 #include <QObject>
 #include <QSettings>
 #include <QString>
-#include <QtQml/qqmlregistration.h>
+#include <QtQmlIntegration/qqmlintegration.h>
 
 #include <array>
 #include <memory>

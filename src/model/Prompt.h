@@ -5,7 +5,7 @@
 #include <QMetaType>
 #include <QString>
 #include <QUuid>
-#include <QtQml/qqmlregistration.h>
+#include <QtQmlIntegration/qqmlintegration.h>
 
 #include <optional>
 

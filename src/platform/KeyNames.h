@@ -2,7 +2,7 @@
 
 #include <QObject>
 #include <QString>
-#include <QtQml/qqmlregistration.h>
+#include <QtQmlIntegration/qqmlintegration.h>
 
 /// Names of keys as this platform writes them. Texts are written with the Mac glyphs
 /// (⌘ ⇧ ⌥ ⌃) and shown through here: on Linux "⌘," reads "Ctrl+," and "⌘⇧Space" reads

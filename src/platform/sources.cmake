@@ -5,3 +5,5 @@ file(GLOB _platform_files CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/x11/*.cpp ${CMAKE_CURRENT_LIST_DIR}/x11/*.h)
 list(APPEND RAVELO_SOURCES ${_platform_files})
 list(APPEND RAVELO_LIBS PkgConfig::XCB Qt6::DBus)
+# The command line names keys in its messages too.
+list(APPEND RAVELO_CLI_SOURCES platform/KeyNames.cpp platform/KeyNames.h)

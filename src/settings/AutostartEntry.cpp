@@ -51,12 +51,23 @@ QString canonical(const QString& path)
     return resolved.isEmpty() ? QFileInfo(path).absoluteFilePath() : resolved;
 }
 
+/// The command that started Ravelo: `ravelo` starts the application program with its own
+/// path as argv[0].
+QString commandPath()
+{
+    const QString first = QCoreApplication::arguments().value(0);
+    if (QDir::isAbsolutePath(first) && QFileInfo(first).isExecutable()) {
+        return first;
+    }
+    return QCoreApplication::applicationFilePath();
+}
+
 } // namespace
 
 AutostartEntry::AutostartEntry(QObject* parent)
     : QObject(parent)
     , m_path(entryPath())
-    , m_programPath(QCoreApplication::applicationFilePath())
+    , m_programPath(commandPath())
 {
     refresh();
 }

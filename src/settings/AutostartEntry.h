@@ -27,7 +27,8 @@ public:
     /// Reads again whether the entry is there, for changes made outside Ravelo.
     Q_INVOKABLE void refresh();
 
-    /// The executable the entry starts; the running binary unless set otherwise.
+    /// The executable the entry starts; the `ravelo` command that started this process
+    /// unless set otherwise.
     void setProgramPath(const QString& programPath) { m_programPath = programPath; }
 
     static QString entryPath();

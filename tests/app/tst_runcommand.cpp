@@ -1,5 +1,6 @@
 #include "ChatServer.h"
 #include "ConnectProxy.h"
+#include "RaveloProcess.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"
 
@@ -13,6 +14,7 @@
 #include <QSslKey>
 #include <QStandardPaths>
 #include <QTcpServer>
+#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -86,10 +88,18 @@ private slots:
         m_server->enqueue(
             ChatResponse::events({R"({"choices":[{"delta":{"content":"Hello"}}]})",
                                   R"({"choices":[{"delta":{"content":" world"}}]})", "[DONE]"}));
-        const Result result = run({QStringLiteral("run"), QStringLiteral("1")}, "Hallo Welt");
+        QTemporaryDir traceFolder;
+        const LibraryTrace trace(traceFolder.path());
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "Hallo Welt", trace.environment());
         QCOMPARE(result.err, QByteArray());
         QCOMPARE(result.exitCode, 0);
         QCOMPARE(result.out, QByteArray("Hello world"));
+        // Running a prompt needs no display, nor any of Qt's graphical libraries.
+        QVERIFY2(trace.qtLibraries().contains(QStringLiteral("Qt6Network")),
+                 qPrintable(trace.qtLibraries().join(u' ')));
+        QVERIFY2(trace.graphicalLibraries().isEmpty(),
+                 qPrintable(trace.graphicalLibraries().join(u' ')));
 
         QCOMPARE(m_server->requests().size(), 1);
         QCOMPARE(m_server->sentMessage(0, 0), Prompt::defaults().first().systemPrompt);

@@ -8,6 +8,7 @@
 #include <QLocalSocket>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -85,6 +86,42 @@ private slots:
         }
     }
 
+    // The commands that need no display load none of Qt's graphical libraries, also when they
+    // only hand over to the running instance.
+    void commandsLoadNoGraphicalLibrary_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<bool>("instanceRuns");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("--help") << QStringList{QStringLiteral("--help")} << false << 0;
+        QTest::newRow("--version") << QStringList{QStringLiteral("--version")} << false << 0;
+        QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")} << false << 2;
+        QTest::newRow("trigger, not running")
+            << QStringList{QStringLiteral("trigger")} << false << 1;
+        QTest::newRow("trigger") << QStringList{QStringLiteral("trigger")} << true << 0;
+        QTest::newRow("preferences") << QStringList{QStringLiteral("preferences")} << true << 0;
+        QTest::newRow("second start") << QStringList{} << true << 0;
+        QTest::newRow("quit") << QStringList{QStringLiteral("quit")} << true << 0;
+    }
+
+    void commandsLoadNoGraphicalLibrary()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(bool, instanceRuns);
+        QFETCH(int, exitCode);
+        if (instanceRuns) {
+            QVERIFY2(m_app.start(), m_app.log().constData());
+        }
+        QTemporaryDir traceFolder;
+        const LibraryTrace trace(traceFolder.path());
+        const RaveloResult result = runRavelo(arguments, trace.environment());
+        QCOMPARE(result.exitCode, exitCode);
+        QVERIFY2(trace.qtLibraries().contains(QStringLiteral("Qt6Core")),
+                 qPrintable(trace.qtLibraries().join(u' ')));
+        QVERIFY2(trace.graphicalLibraries().isEmpty(),
+                 qPrintable(trace.graphicalLibraries().join(u' ')));
+    }
+
     void quitEndsTheRunningInstance()
     {
         QVERIFY2(m_app.start(), m_app.log().constData());
@@ -131,6 +168,12 @@ private slots:
         QVERIFY2(properties.contains("WM_CLASS(STRING) = \"ravelo\", \"Ravelo\""),
                  properties.constData());
         QVERIFY2(properties.contains("_NET_WM_ICON(CARDINAL) = "), properties.constData());
+        // The application runs in the process `ravelo` started, which it names as its command
+        // (the autostart entry starts that).
+        QFile commandLine(QStringLiteral("/proc/%1/cmdline").arg(m_app.process()->processId()));
+        QVERIFY(commandLine.open(QIODevice::ReadOnly));
+        QCOMPARE(QString::fromLocal8Bit(commandLine.readAll().split('\0').first()),
+                 QFileInfo(raveloBinary()).canonicalFilePath());
 
         m_app.clearLog();
         QCOMPARE(runRavelo({QStringLiteral("preferences")}).exitCode, 0);

@@ -18,6 +18,7 @@ cd "$root/usr"
 sizes=(16 22 24 32 48 64 128 256)
 expected=(
     bin/ravelo
+    libexec/ravelo/ravelo-gui
     share/applications/ravelo.desktop
     share/icons/hicolor/scalable/apps/ravelo.svg
     share/icons/hicolor/scalable/apps/ravelo-symbolic.svg
@@ -34,9 +35,12 @@ done
 diff <(printf '%s\n' "${expected[@]}" | sort) <(find . -type f -printf '%P\n' | sort) ||
     fail "the installed files differ from the expected list"
 
-[ -x bin/ravelo ] || fail "bin/ravelo is not executable"
+programs=(bin/ravelo libexec/ravelo/ravelo-gui)
+for program in "${programs[@]}"; do
+    [ -x "$program" ] || fail "$program is not executable"
+done
 for file in "${expected[@]}"; do
-    [ "$file" = bin/ravelo ] && continue
+    [[ " ${programs[*]} " == *" $file "* ]] && continue
     mode="$(stat -c %a "$file" 2>/dev/null || true)"
     [ "$mode" = 644 ] || fail "$file has mode $mode, not 644"
 done
@@ -83,7 +87,15 @@ for section in 'EXIT STATUS' FILES ENVIRONMENT 'Ravelo is not running.' Ravelo.c
     grep -qF "$section" "$page" || fail "the manual page does not mention $section"
 done
 grep -q "Ravelo $version" "$page" || fail "the manual page is not for version $version"
+grep -qF "/usr/libexec/ravelo/ravelo-gui" "$page" || fail "the manual page does not name ravelo-gui"
 rm -f "$page"
+
+# The installed command starts the installed application program.
+env -u DISPLAY -u WAYLAND_DISPLAY QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR="$root" \
+    XDG_CONFIG_HOME="$root/config" bin/ravelo --no-such-option 2>"$root/start.err" &&
+    fail "bin/ravelo took an unknown option"
+grep -q "unknown option '--no-such-option'" "$root/start.err" ||
+    fail "bin/ravelo did not start libexec/ravelo/ravelo-gui: $(cat "$root/start.err")"
 
 # The changelog's latest entry is this version.
 zcat share/doc/ravelo/changelog.gz | head -1 | grep -q "^ravelo ($version) " ||

@@ -45,7 +45,8 @@ while read -r mode owner _ _ _ path; do
     [ "$owner" = root/root ] || fail "$path belongs to $owner"
     case "$mode:$path" in
         d*) [ "$mode" = drwxr-xr-x ] || fail "$path has mode $mode" ;;
-        -*:./usr/bin/ravelo) [ "$mode" = -rwxr-xr-x ] || fail "$path has mode $mode" ;;
+        -*:./usr/bin/ravelo | -*:./usr/libexec/ravelo/ravelo-gui)
+            [ "$mode" = -rwxr-xr-x ] || fail "$path has mode $mode" ;;
         *) [ "$mode" = -rw-r--r-- ] || fail "$path has mode $mode" ;;
     esac
 done < <(dpkg-deb --contents "$deb")
@@ -55,7 +56,9 @@ dpkg-deb --ctrl-tarfile "$deb" | tar -t >"$work/control.list"
 grep -qx './md5sums' "$work/control.list" || fail "no md5sums"
 mkdir "$work/root"
 dpkg-deb --extract "$deb" "$work/root"
-file -b "$work/root/usr/bin/ravelo" | grep -q ', stripped' || fail "usr/bin/ravelo is not stripped"
+for program in usr/bin/ravelo usr/libexec/ravelo/ravelo-gui; do
+    file -b "$work/root/$program" | grep -q ', stripped' || fail "$program is not stripped"
+done
 (cd "$work/root" && dpkg-deb --info "$deb" md5sums | md5sum --check --quiet) ||
     fail "md5sums does not match the contents"
 

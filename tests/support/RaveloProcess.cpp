@@ -2,7 +2,9 @@
 
 #include "model/PreferenceStore.h"
 
+#include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTest>
 
 QString raveloBinary()
@@ -45,6 +47,47 @@ RaveloResult runRavelo(const QStringList& arguments, const QProcessEnvironment& 
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+LibraryTrace::LibraryTrace(const QString& folder)
+    : m_folder(folder)
+{}
+
+QProcessEnvironment LibraryTrace::environment() const
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("libs"));
+    // One file per process: <folder>/ld.<pid>.
+    environment.insert(QStringLiteral("LD_DEBUG_OUTPUT"), m_folder + QStringLiteral("/ld"));
+    return environment;
+}
+
+QStringList LibraryTrace::qtLibraries() const
+{
+    static const QRegularExpression qtLibrary(QStringLiteral("/lib(Qt6\\w+)\\.so"));
+    QStringList libraries;
+    const QDir folder(m_folder);
+    for (const QString& name : folder.entryList({QStringLiteral("ld.*")}, QDir::Files)) {
+        QFile file(folder.filePath(name));
+        if (!file.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        const QString report = QString::fromLocal8Bit(file.readAll());
+        for (auto match = qtLibrary.globalMatch(report); match.hasNext();) {
+            const QString library = match.next().captured(1);
+            if (!libraries.contains(library)) {
+                libraries.append(library);
+            }
+        }
+    }
+    return libraries;
+}
+
+QStringList LibraryTrace::graphicalLibraries() const
+{
+    static const QRegularExpression graphical(
+        QStringLiteral("^Qt6(Gui|Qml.*|Quick.*|Widgets|OpenGL.*|Svg.*|XcbQpa|WaylandClient)$"));
+    return qtLibraries().filter(graphical);
 }
 
 bool RunningRavelo::start(const QStringList& arguments, const QProcessEnvironment& environment)

@@ -20,14 +20,29 @@ struct RaveloResult {
 };
 
 /// Runs a short ravelo command to its end while this process's event loop keeps turning: the
-/// test may own the clipboard that a running instance reads meanwhile. `environment` replaces
-/// the test's own when given.
+/// test may own the clipboard that a running instance reads meanwhile. `environment`, when
+/// given, replaces the test's own.
 RaveloResult runRavelo(const QStringList& arguments,
                        const QProcessEnvironment& environment = QProcessEnvironment());
 
 /// The test's environment with the user's language set to `lang` (LANGUAGE, LC_ALL and
 /// LC_MESSAGES removed, since they take precedence).
 QProcessEnvironment environmentWithLanguage(const QString& lang);
+
+/// The Qt libraries that processes started with `tracingLibraries(folder)` mapped, as their
+/// dynamic loader wrote them into `folder`: "Qt6Core", "Qt6Network", …
+class LibraryTrace {
+public:
+    explicit LibraryTrace(const QString& folder);
+    /// The test's environment with the loader's report turned on.
+    QProcessEnvironment environment() const;
+    QStringList qtLibraries() const;
+    /// Those of them that belong to the graphical stack (Gui, Qml, Quick, Widgets, …).
+    QStringList graphicalLibraries() const;
+
+private:
+    QString m_folder;
+};
 
 /// A running Ravelo instance with its application log on; ended when this goes.
 class RunningRavelo {
