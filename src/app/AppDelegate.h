@@ -99,6 +99,7 @@ signals:
 
 private:
     void readClipboard();
+    void showClipboardText(const QString& text);
     void cancelCurrentRun();
     void noteClipboardChange();
     bool copiedTextMayBeOnItsWay() const;

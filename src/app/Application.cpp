@@ -66,6 +66,14 @@ int runApplication(int argc, char* argv[], StartAction action)
         return 1;
     }
 
+    // In a Wayland session with XWayland, Ravelo's windows are X11 windows: Wayland lets no
+    // client place its window or keep it above others, and the panel needs both.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        !qEnvironmentVariableIsEmpty("DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+
     // Takes Qt's own options (-platform, -style, …) off the command line.
     QApplication app(argc, argv);
     QStringList rest = QCoreApplication::arguments().mid(1);

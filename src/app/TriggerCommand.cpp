@@ -1,6 +1,7 @@
 #include "app/TriggerCommand.h"
 
 #include "app/SingleInstance.h"
+#include "platform/ActivationToken.h"
 
 #include <QCoreApplication>
 
@@ -16,7 +17,12 @@ int sendToInstance(int argc, char* argv[], const char* name, SingleInstance::Req
         std::fprintf(stderr, "ravelo %s: takes no arguments\n", name);
         return 2;
     }
-    if (SingleInstance::send(request)) {
+    // Started by the desktop's shortcut, the trigger carries the desktop's leave to take the
+    // focus along to the panel.
+    const QByteArray token = request == SingleInstance::Request::Trigger
+                                 ? ActivationToken::fromEnvironment()
+                                 : QByteArray();
+    if (SingleInstance::send(request, 3000, token)) {
         return 0;
     }
     std::fputs("Ravelo is not running.\n", stderr);

@@ -2,7 +2,9 @@
 
 #include "platform/PlatformLogging.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/wayland/WaylandClipboardMonitor.h"
 #include "platform/x11/X11AccessibilityTrust.h"
+#include "platform/x11/X11ClipboardOwnerMonitor.h"
 #include "platform/x11/X11GlobalHotkey.h"
 #include "platform/x11/X11GlobalKeyMonitor.h"
 
@@ -93,12 +95,29 @@ bool PlatformServices::keyboardFocusIsOwn()
     });
 }
 
+bool PlatformServices::isWaylandSession()
+{
+    return !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+           qgetenv("XDG_SESSION_TYPE") == "wayland";
+}
+
 std::unique_ptr<GlobalKeyMonitor> PlatformServices::createGlobalKeyMonitor()
 {
-    if (useX11()) {
+    if (!isWaylandSession() && useX11()) {
         return std::make_unique<X11GlobalKeyMonitor>();
     }
     return std::make_unique<NullGlobalKeyMonitor>();
+}
+
+std::unique_ptr<ClipboardOwnerMonitor> PlatformServices::createClipboardOwnerMonitor()
+{
+    if (isWaylandSession() && WaylandClipboardMonitor::isAvailable()) {
+        return std::make_unique<WaylandClipboardMonitor>();
+    }
+    if (!qEnvironmentVariableIsEmpty("DISPLAY")) {
+        return std::make_unique<X11ClipboardOwnerMonitor>();
+    }
+    return std::make_unique<NullClipboardOwnerMonitor>();
 }
 
 std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()

@@ -1,7 +1,9 @@
-# The service interfaces, the key-name helper and both backends.
+# The service interfaces, the key-name helper and the backends.
 file(GLOB _platform_files CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/*.cpp ${CMAKE_CURRENT_LIST_DIR}/*.h
      ${CMAKE_CURRENT_LIST_DIR}/null/*.cpp ${CMAKE_CURRENT_LIST_DIR}/null/*.h
+     ${CMAKE_CURRENT_LIST_DIR}/wayland/*.cpp ${CMAKE_CURRENT_LIST_DIR}/wayland/*.h
      ${CMAKE_CURRENT_LIST_DIR}/x11/*.cpp ${CMAKE_CURRENT_LIST_DIR}/x11/*.h)
 list(APPEND RAVELO_SOURCES ${_platform_files})
-list(APPEND RAVELO_LIBS PkgConfig::XCB Qt6::DBus)
+pkg_check_modules(RAVELO_PLATFORM IMPORTED_TARGET REQUIRED xcb-xfixes wayland-client)
+list(APPEND RAVELO_LIBS PkgConfig::XCB PkgConfig::RAVELO_PLATFORM Qt6::DBus)
