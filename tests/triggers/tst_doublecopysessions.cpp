@@ -12,6 +12,9 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <xcb/xcb.h>
+
+#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -26,6 +29,56 @@ struct Copy {
 
 // Apart from anything copied before, whichever way the detector rounds.
 constexpr std::chrono::milliseconds quiet{700};
+
+template<typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
+
+/// The X11 window that has the keyboard focus, as its top-level's WM_CLASS and its place
+/// on the screen, and the screen's size.
+struct FocusedWindow {
+    QByteArray wmClass;
+    QRect geometry;
+    QSize screen;
+};
+
+FocusedWindow focusedWindow()
+{
+    FocusedWindow result;
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    result.screen = QSize(screen->width_in_pixels, screen->height_in_pixels);
+    Reply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr), &std::free);
+    xcb_window_t window = focus ? focus->focus : XCB_NONE;
+    // Up to the window that carries WM_CLASS.
+    while (window != XCB_NONE && window != screen->root && result.wmClass.isEmpty()) {
+        Reply<xcb_get_property_reply_t> wmClass(
+            xcb_get_property_reply(
+                c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64),
+                nullptr),
+            &std::free);
+        if (wmClass && xcb_get_property_value_length(wmClass.get()) > 0) {
+            result.wmClass =
+                QByteArray(static_cast<const char*>(xcb_get_property_value(wmClass.get())),
+                           xcb_get_property_value_length(wmClass.get()));
+            Reply<xcb_get_geometry_reply_t> geometry(
+                xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr), &std::free);
+            Reply<xcb_translate_coordinates_reply_t> origin(
+                xcb_translate_coordinates_reply(
+                    c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr),
+                &std::free);
+            if (geometry && origin) {
+                result.geometry =
+                    QRect(origin->dst_x, origin->dst_y, geometry->width, geometry->height);
+            }
+            break;
+        }
+        Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr), &std::free);
+        window = tree ? tree->parent : XCB_NONE;
+    }
+    xcb_disconnect(c);
+    return result;
+}
 
 } // namespace
 
@@ -138,6 +191,20 @@ private slots:
         // The panel first shown draws its first frame; later triggers may only change its text.
         m_drawn = m_drawn || m_ravelo.logged("Panel drawn");
         QVERIFY(m_drawn);
+    }
+
+    // The panel a double copy opens is an X11 window wherever there is X (XWayland in the
+    // Wayland sessions): it has the keyboard, in the middle of the screen, its top half above.
+    void panelHasTheKeyboardInTheMiddle()
+    {
+        QVERIFY(copy("the panel's place"));
+        QTest::qWait(200);
+        QVERIFY(copy("the panel's place, again"));
+        QTRY_VERIFY_WITH_TIMEOUT(focusedWindow().wmClass.contains("ravelo"), 10000);
+        const FocusedWindow panel = focusedWindow();
+        qInfo() << "panel" << panel.geometry << "on" << panel.screen;
+        QVERIFY(qAbs(panel.geometry.center().x() - panel.screen.width() / 2) <= 2);
+        QVERIFY(panel.geometry.top() < panel.screen.height() / 2);
     }
 
     void cleanupTestCase() { m_ravelo.stop(); }
