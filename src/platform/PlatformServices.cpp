@@ -28,8 +28,9 @@ void reportUnavailableOnce()
     }
     reported = true;
     qCWarning(lcPlatform,
-              "Global triggers are off: %s. Bind the command \"ravelo trigger\" to a "
-              "keyboard shortcut of your desktop to open the panel instead.",
+              "The global hotkey is off: %s. Bind the command \"ravelo trigger\" to a "
+              "keyboard shortcut of your desktop to open the panel with keys; a double copy "
+              "still opens it where the clipboard can be watched.",
               qPrintable(PlatformServices::unavailableReason()));
 }
 
