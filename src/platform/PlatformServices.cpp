@@ -1,6 +1,7 @@
 #include "platform/PlatformServices.h"
 
 #include "platform/PlatformLogging.h"
+#include "platform/kde/KGlobalAccelHotkey.h"
 #include "platform/null/NullPlatform.h"
 #include "platform/wayland/WaylandClipboardMonitor.h"
 #include "platform/x11/X11AccessibilityTrust.h"
@@ -123,6 +124,10 @@ std::unique_ptr<ClipboardOwnerMonitor> PlatformServices::createClipboardOwnerMon
 
 std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
 {
+    // Under XWayland a key grab sees only the keys typed into X11 windows.
+    if (isWaylandSession() && KGlobalAccelHotkey::isAvailable()) {
+        return std::make_unique<KGlobalAccelHotkey>();
+    }
     if (useX11()) {
         return std::make_unique<X11GlobalHotkey>();
     }
