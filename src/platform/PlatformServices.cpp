@@ -32,7 +32,10 @@ void reportUnavailableOnce()
               "The global hotkey is off: %s. Bind the command \"ravelo trigger\" to a "
               "keyboard shortcut of your desktop to open the panel with keys; a double copy "
               "still opens it where the clipboard can be watched.",
-              qPrintable(PlatformServices::unavailableReason()));
+              qPrintable(PlatformServices::isWaylandSession()
+                             ? QStringLiteral("this Wayland desktop offers Ravelo no global "
+                                              "shortcut of its own")
+                             : PlatformServices::unavailableReason()));
 }
 
 bool useX11()
@@ -122,15 +125,27 @@ std::unique_ptr<ClipboardOwnerMonitor> PlatformServices::createClipboardOwnerMon
     return std::make_unique<NullClipboardOwnerMonitor>();
 }
 
-std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
+PlatformServices::HotkeyPath PlatformServices::hotkeyPath()
 {
     // Under XWayland a key grab sees only the keys typed into X11 windows.
-    if (isWaylandSession() && KGlobalAccelHotkey::isAvailable()) {
-        return std::make_unique<KGlobalAccelHotkey>();
+    if (isWaylandSession()) {
+        return KGlobalAccelHotkey::isAvailable() ? HotkeyPath::KdeShortcuts
+                                                 : HotkeyPath::DesktopShortcut;
     }
-    if (useX11()) {
+    return backend() == Backend::X11 ? HotkeyPath::X11Grab : HotkeyPath::DesktopShortcut;
+}
+
+std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
+{
+    switch (hotkeyPath()) {
+    case HotkeyPath::X11Grab:
         return std::make_unique<X11GlobalHotkey>();
+    case HotkeyPath::KdeShortcuts:
+        return std::make_unique<KGlobalAccelHotkey>();
+    case HotkeyPath::DesktopShortcut:
+        break;
     }
+    reportUnavailableOnce();
     return std::make_unique<NullGlobalHotkey>();
 }
 

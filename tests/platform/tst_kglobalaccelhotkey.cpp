@@ -4,7 +4,9 @@
 #include "RaveloProcess.h"
 #include "model/PreferenceStore.h"
 #include "platform/KeyMap.h"
+#include "platform/PlatformServices.h"
 #include "platform/kde/KGlobalAccelHotkey.h"
+#include "settings/HotkeySettings.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -61,7 +63,12 @@ class TestKGlobalAccelHotkey : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(KGlobalAccelHotkey::isAvailable()); }
+    void initTestCase()
+    {
+        QVERIFY(KGlobalAccelHotkey::isAvailable());
+        QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::KdeShortcuts);
+        QVERIFY(HotkeySettings::hotkeyPathText().contains(QLatin1String("KDE")));
+    }
 
     void pressesArriveUntilUnregistered()
     {
