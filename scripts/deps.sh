@@ -15,7 +15,7 @@ RAVELO_PACKAGES=(
     xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer dbus-daemon
     # the Wayland clipboard client, and the headless sway and KWin sessions of the tests
     libwayland-dev wl-clipboard sway kwin-wayland xwayland x11-xserver-utils
-    xdg-desktop-portal xdg-desktop-portal-kde
+    xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
     # checking the installed layout and the Debian package
     desktop-file-utils appstream file groff-base dpkg-dev lintian
 )

@@ -100,6 +100,11 @@ int runApplication(int argc, char* argv[], StartAction action)
     QApplication::setWindowIcon(RaveloApp::icon());
     QApplication::setQuitOnLastWindowClosed(false);
 
+    // Caught before anyone can find this instance on its socket and signal it.
+    if (!quitOnTerminationSignals(&app)) {
+        qCWarning(lcApp, "Cannot catch SIGTERM and SIGINT: %s", std::strerror(errno));
+    }
+
     SingleInstance instance;
     if (!instance.listen()) {
         // Another instance started at the same moment and won.
@@ -111,9 +116,6 @@ int runApplication(int argc, char* argv[], StartAction action)
     }
     QObject::connect(&instance, &SingleInstance::quitRequested, &app, &QCoreApplication::quit,
                      Qt::QueuedConnection);
-    if (!quitOnTerminationSignals(&app)) {
-        qCWarning(lcApp, "Cannot catch SIGTERM and SIGINT: %s", std::strerror(errno));
-    }
 
     PreferenceStore preferences;
     AppState appState(&preferences);

@@ -3,6 +3,7 @@
 #include "platform/PlatformLogging.h"
 #include "platform/kde/KGlobalAccelHotkey.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/portal/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandClipboardMonitor.h"
 #include "platform/x11/X11AccessibilityTrust.h"
 #include "platform/x11/X11ClipboardOwnerMonitor.h"
@@ -129,8 +130,11 @@ PlatformServices::HotkeyPath PlatformServices::hotkeyPath()
 {
     // Under XWayland a key grab sees only the keys typed into X11 windows.
     if (isWaylandSession()) {
-        return KGlobalAccelHotkey::isAvailable() ? HotkeyPath::KdeShortcuts
-                                                 : HotkeyPath::DesktopShortcut;
+        static const HotkeyPath wayland = PortalGlobalShortcuts::isAvailable() ? HotkeyPath::Portal
+                                          : KGlobalAccelHotkey::isAvailable()
+                                              ? HotkeyPath::KdeShortcuts
+                                              : HotkeyPath::DesktopShortcut;
+        return wayland;
     }
     return backend() == Backend::X11 ? HotkeyPath::X11Grab : HotkeyPath::DesktopShortcut;
 }
@@ -140,6 +144,8 @@ std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
     switch (hotkeyPath()) {
     case HotkeyPath::X11Grab:
         return std::make_unique<X11GlobalHotkey>();
+    case HotkeyPath::Portal:
+        return std::make_unique<PortalGlobalShortcuts>();
     case HotkeyPath::KdeShortcuts:
         return std::make_unique<KGlobalAccelHotkey>();
     case HotkeyPath::DesktopShortcut:

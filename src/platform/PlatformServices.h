@@ -33,9 +33,11 @@ public:
     /// Data control where the Wayland compositor offers it, else XFixes on the X server
     /// (X11, or XWayland under GNOME, which hands every Wayland copy to its X11 bridge).
     static std::unique_ptr<ClipboardOwnerMonitor> createClipboardOwnerMonitor();
-    /// How this session gives Ravelo a global hotkey, as `createGlobalHotkey` chooses.
+    /// How this session gives Ravelo a global hotkey, as `createGlobalHotkey` chooses: asked
+    /// once, since asking the portal may start it.
     enum class HotkeyPath {
         X11Grab,         ///< a key grab on the X server
+        Portal,          ///< the desktop portal's global shortcuts
         KdeShortcuts,    ///< KDE's global shortcut service
         DesktopShortcut, ///< none of Ravelo's own: the desktop runs "ravelo trigger"
     };

@@ -3,6 +3,7 @@ file(GLOB _platform_files CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/*.cpp ${CMAKE_CURRENT_LIST_DIR}/*.h
      ${CMAKE_CURRENT_LIST_DIR}/kde/*.cpp ${CMAKE_CURRENT_LIST_DIR}/kde/*.h
      ${CMAKE_CURRENT_LIST_DIR}/null/*.cpp ${CMAKE_CURRENT_LIST_DIR}/null/*.h
+     ${CMAKE_CURRENT_LIST_DIR}/portal/*.cpp ${CMAKE_CURRENT_LIST_DIR}/portal/*.h
      ${CMAKE_CURRENT_LIST_DIR}/wayland/*.cpp ${CMAKE_CURRENT_LIST_DIR}/wayland/*.h
      ${CMAKE_CURRENT_LIST_DIR}/x11/*.cpp ${CMAKE_CURRENT_LIST_DIR}/x11/*.h)
 list(APPEND RAVELO_SOURCES ${_platform_files})

@@ -121,6 +121,9 @@ QString HotkeySettings::hotkeyPathText()
     switch (PlatformServices::hotkeyPath()) {
     case PlatformServices::HotkeyPath::X11Grab:
         return tr("The hotkey is taken on the X11 display.");
+    case PlatformServices::HotkeyPath::Portal:
+        return tr("The hotkey goes through the desktop's global shortcuts, which may ask you to "
+                  "confirm it.");
     case PlatformServices::HotkeyPath::KdeShortcuts:
         return tr("The hotkey goes through KDE's global shortcuts (System Settings, Shortcuts, "
                   "Ravelo).");
