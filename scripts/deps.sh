@@ -15,6 +15,9 @@ RAVELO_PACKAGES=(
     libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xfixes0-dev libxcb-shape0-dev
     libxkbcommon-dev libxkbcommon-x11-dev libxtst-dev
     xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer dbus-daemon
+    # the Wayland clipboard client, and the headless sway and KWin sessions of the tests
+    libwayland-dev wl-clipboard sway kwin-wayland xwayland x11-xserver-utils
+    xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
     # checking the installed layout and the Debian package
     desktop-file-utils appstream file groff-base dpkg-dev lintian
 )

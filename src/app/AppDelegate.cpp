@@ -210,10 +210,23 @@ void AppDelegate::readClipboard()
 {
     m_waitingForClipboard = false;
     m_clipboardDeadline.stop();
+    if (m_hotkeyManager->readsClipboardText()) {
+        m_hotkeyManager->readClipboardText(
+            [self = QPointer<AppDelegate>(this)](const QString& text) {
+                if (self) {
+                    self->showClipboardText(text);
+                }
+            });
+        return;
+    }
+    const QClipboard* clipboard = QGuiApplication::clipboard();
+    showClipboardText(clipboard ? clipboard->text(QClipboard::Clipboard) : QString());
+}
+
+void AppDelegate::showClipboardText(const QString& text)
+{
     // The new text starts afresh: an answer still streaming for the old one is dropped.
     cancelCurrentRun();
-    const QClipboard* clipboard = QGuiApplication::clipboard();
-    const QString text = clipboard ? clipboard->text(QClipboard::Clipboard) : QString();
     m_appState->setClipboardText(text);
     m_appState->setResultText(QString());
     m_appState->setIsLoading(false);
@@ -233,7 +246,18 @@ void AppDelegate::showPanel()
     qCDebug(lcApp, "Panel requested for %lld characters",
             qlonglong(m_appState->clipboardText().size()));
     emit panelRequested();
-    createPanel()->centerAndShow();
+    FloatingPanel* panel = createPanel();
+    if (lcApp().isDebugEnabled()) {
+        // When the panel can first be seen: what a trigger's latency is measured to.
+        auto drawn = std::make_shared<QMetaObject::Connection>();
+        *drawn = connect(panel, &QQuickWindow::frameSwapped, this, [drawn] {
+            // Frames swapped before this ran are queued here as well.
+            if (QObject::disconnect(*drawn)) {
+                qCDebug(lcApp, "Panel drawn");
+            }
+        });
+    }
+    panel->centerAndShow();
 }
 
 FloatingPanel* AppDelegate::createPanel(bool forTrigger)

@@ -101,6 +101,7 @@ signals:
 
 private:
     void readClipboard();
+    void showClipboardText(const QString& text);
     void cancelCurrentRun();
     void noteClipboardChange();
     bool copiedTextMayBeOnItsWay() const;

@@ -59,6 +59,14 @@ bool quitOnTerminationSignals(QObject* parent)
 
 int runApplication(int argc, char* argv[], StartAction action)
 {
+    // In a Wayland session with XWayland, Ravelo's windows are X11 windows: Wayland lets no
+    // client place its window or keep it above others, and the panel needs both.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        !qEnvironmentVariableIsEmpty("DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+
     // Takes Qt's own options (-platform, -style, …) off the command line.
     QApplication app(argc, argv);
     installTranslations(app);
@@ -89,6 +97,11 @@ int runApplication(int argc, char* argv[], StartAction action)
     QApplication::setWindowIcon(RaveloApp::icon());
     QApplication::setQuitOnLastWindowClosed(false);
 
+    // Caught before anyone can find this instance on its socket and signal it.
+    if (!quitOnTerminationSignals(&app)) {
+        qCWarning(lcApp, "Cannot catch SIGTERM and SIGINT: %s", std::strerror(errno));
+    }
+
     SingleInstance instance;
     if (!instance.listen()) {
         // Another instance started at the same moment and won.
@@ -100,9 +113,6 @@ int runApplication(int argc, char* argv[], StartAction action)
     }
     QObject::connect(&instance, &SingleInstance::quitRequested, &app, &QCoreApplication::quit,
                      Qt::QueuedConnection);
-    if (!quitOnTerminationSignals(&app)) {
-        qCWarning(lcApp, "Cannot catch SIGTERM and SIGINT: %s", std::strerror(errno));
-    }
 
     PreferenceStore preferences;
     AppState appState(&preferences);

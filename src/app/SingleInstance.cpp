@@ -1,6 +1,7 @@
 #include "app/SingleInstance.h"
 
 #include "app/AppLogging.h"
+#include "platform/ActivationToken.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -19,7 +20,7 @@ constexpr QByteArrayView triggerLine = "trigger\n";
 constexpr QByteArrayView quitLine = "quit\n";
 constexpr QByteArrayView acceptedLine = "ok\n";
 // No request is longer; a peer that sends more without a line break is not Ravelo.
-constexpr qint64 maxRequestLength = 64;
+constexpr qint64 maxRequestLength = ActivationToken::maxLength + 16;
 // A peer that connects and then says nothing is dropped after this long.
 constexpr int requestTimeoutMs = 5000;
 
@@ -41,17 +42,21 @@ QString SingleInstance::socketName()
     return QStringLiteral("ravelo-%1").arg(::getuid());
 }
 
-bool SingleInstance::send(Request request, int timeoutMs)
+bool SingleInstance::send(Request request, int timeoutMs, const QByteArray& activationToken)
 {
     QLocalSocket socket;
     socket.connectToServer(socketName());
     if (!socket.waitForConnected(timeoutMs)) {
         return false;
     }
-    const QByteArrayView line = request == Request::Trigger ? triggerLine
-                                : request == Request::Quit  ? quitLine
-                                                            : activateLine;
-    socket.write(line.data(), line.size());
+    QByteArray line = (request == Request::Trigger ? triggerLine
+                       : request == Request::Quit  ? quitLine
+                                                   : activateLine)
+                          .toByteArray();
+    if (request == Request::Trigger && ActivationToken::isValid(activationToken)) {
+        line.insert(line.size() - 1, ' ' + activationToken);
+    }
+    socket.write(line);
     if (!socket.waitForBytesWritten(timeoutMs)) {
         return false;
     }
@@ -129,7 +134,16 @@ void SingleInstance::readRequest(QLocalSocket* socket)
         }
         return;
     }
-    const QByteArray line = socket->readLine(maxRequestLength);
+    QByteArray line = socket->readLine(maxRequestLength + 1);
+    // "trigger TOKEN": the desktop's permission to take the focus, for the panel.
+    QByteArray token;
+    if (const qsizetype space = line.indexOf(' '); space > 0 && line.endsWith('\n')) {
+        token = line.mid(space + 1, line.size() - space - 2);
+        line = line.left(space) + '\n';
+        if (line != triggerLine || !ActivationToken::isValid(token)) {
+            line.clear();
+        }
+    }
     const bool trigger = line == triggerLine;
     const bool activate = line == activateLine;
     const bool quit = line == quitLine;
@@ -147,7 +161,9 @@ void SingleInstance::readRequest(QLocalSocket* socket)
     }
     socket->disconnectFromServer();
     if (trigger) {
-        qCDebug(lcApp, "Trigger requested through the instance socket");
+        qCDebug(lcApp, "Trigger requested through the instance socket%s",
+                token.isEmpty() ? "" : " with an activation token");
+        ActivationToken::setPending(token);
         emit triggerRequested();
     } else {
         qCDebug(lcApp, "Another start of Ravelo handed over");

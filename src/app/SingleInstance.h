@@ -24,8 +24,10 @@ public:
 
     /// Hands the request to the running instance. True once it has confirmed it; false
     /// when no instance answers within `timeoutMs`. A quit request also waits (as long
-    /// again) until the instance has closed its socket.
-    static bool send(Request request, int timeoutMs = 3000);
+    /// again) until the instance has closed its socket. A trigger carries the activation
+    /// token it was given (ActivationToken) to the instance.
+    static bool send(Request request, int timeoutMs = 3000,
+                     const QByteArray& activationToken = QByteArray());
 
     /// Starts listening. False when another instance already answers on the socket; a
     /// socket left behind by an instance that is gone is replaced.

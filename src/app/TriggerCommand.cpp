@@ -2,6 +2,7 @@
 
 #include "app/SingleInstance.h"
 #include "model/Translations.h"
+#include "platform/ActivationToken.h"
 
 #include <QCoreApplication>
 
@@ -21,7 +22,12 @@ int sendToInstance(int argc, char* argv[], const char* name, SingleInstance::Req
             stderr);
         return 2;
     }
-    if (SingleInstance::send(request)) {
+    // Started by the desktop's shortcut, the trigger carries the desktop's leave to take the
+    // focus along to the panel.
+    const QByteArray token = request == SingleInstance::Request::Trigger
+                                 ? ActivationToken::fromEnvironment()
+                                 : QByteArray();
+    if (SingleInstance::send(request, 3000, token)) {
         return 0;
     }
     std::fputs(qPrintable(QCoreApplication::translate("CommandLine", "Ravelo is not running.\n")),

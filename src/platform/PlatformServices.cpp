@@ -1,8 +1,12 @@
 #include "platform/PlatformServices.h"
 
 #include "platform/PlatformLogging.h"
+#include "platform/kde/KGlobalAccelHotkey.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/portal/PortalGlobalShortcuts.h"
+#include "platform/wayland/WaylandClipboardMonitor.h"
 #include "platform/x11/X11AccessibilityTrust.h"
+#include "platform/x11/X11ClipboardOwnerMonitor.h"
 #include "platform/x11/X11GlobalHotkey.h"
 #include "platform/x11/X11GlobalKeyMonitor.h"
 
@@ -26,9 +30,13 @@ void reportUnavailableOnce()
     }
     reported = true;
     qCWarning(lcPlatform,
-              "Global triggers are off: %s. Bind the command \"ravelo trigger\" to a "
-              "keyboard shortcut of your desktop to open the panel instead.",
-              qPrintable(PlatformServices::unavailableReason()));
+              "The global hotkey is off: %s. Bind the command \"ravelo trigger\" to a "
+              "keyboard shortcut of your desktop to open the panel with keys; a double copy "
+              "still opens it where the clipboard can be watched.",
+              qPrintable(PlatformServices::isWaylandSession()
+                             ? QStringLiteral("this Wayland desktop offers Ravelo no global "
+                                              "shortcut of its own")
+                             : PlatformServices::unavailableReason()));
 }
 
 bool useX11()
@@ -93,19 +101,57 @@ bool PlatformServices::keyboardFocusIsOwn()
     });
 }
 
+bool PlatformServices::isWaylandSession()
+{
+    return !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+           qgetenv("XDG_SESSION_TYPE") == "wayland";
+}
+
 std::unique_ptr<GlobalKeyMonitor> PlatformServices::createGlobalKeyMonitor()
 {
-    if (useX11()) {
+    if (!isWaylandSession() && useX11()) {
         return std::make_unique<X11GlobalKeyMonitor>();
     }
     return std::make_unique<NullGlobalKeyMonitor>();
 }
 
+std::unique_ptr<ClipboardOwnerMonitor> PlatformServices::createClipboardOwnerMonitor()
+{
+    if (isWaylandSession() && WaylandClipboardMonitor::isAvailable()) {
+        return std::make_unique<WaylandClipboardMonitor>();
+    }
+    if (!qEnvironmentVariableIsEmpty("DISPLAY")) {
+        return std::make_unique<X11ClipboardOwnerMonitor>();
+    }
+    return std::make_unique<NullClipboardOwnerMonitor>();
+}
+
+PlatformServices::HotkeyPath PlatformServices::hotkeyPath()
+{
+    // Under XWayland a key grab sees only the keys typed into X11 windows.
+    if (isWaylandSession()) {
+        static const HotkeyPath wayland = PortalGlobalShortcuts::isAvailable() ? HotkeyPath::Portal
+                                          : KGlobalAccelHotkey::isAvailable()
+                                              ? HotkeyPath::KdeShortcuts
+                                              : HotkeyPath::DesktopShortcut;
+        return wayland;
+    }
+    return backend() == Backend::X11 ? HotkeyPath::X11Grab : HotkeyPath::DesktopShortcut;
+}
+
 std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
 {
-    if (useX11()) {
+    switch (hotkeyPath()) {
+    case HotkeyPath::X11Grab:
         return std::make_unique<X11GlobalHotkey>();
+    case HotkeyPath::Portal:
+        return std::make_unique<PortalGlobalShortcuts>();
+    case HotkeyPath::KdeShortcuts:
+        return std::make_unique<KGlobalAccelHotkey>();
+    case HotkeyPath::DesktopShortcut:
+        break;
     }
+    reportUnavailableOnce();
     return std::make_unique<NullGlobalHotkey>();
 }
 

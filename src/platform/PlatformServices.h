@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/AccessibilityTrust.h"
+#include "platform/ClipboardOwnerMonitor.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
 
@@ -23,7 +24,24 @@ public:
     /// which knows it before this process has seen the focus change.
     static bool keyboardFocusIsOwn();
 
+    /// Whether the desktop session is a Wayland one, whichever platform Qt's windows use:
+    /// an X11 client there sees only the keys typed into X11 windows.
+    static bool isWaylandSession();
+
+    /// Copy keys are watched on X11 sessions only.
     static std::unique_ptr<GlobalKeyMonitor> createGlobalKeyMonitor();
+    /// Data control where the Wayland compositor offers it, else XFixes on the X server
+    /// (X11, or XWayland under GNOME, which hands every Wayland copy to its X11 bridge).
+    static std::unique_ptr<ClipboardOwnerMonitor> createClipboardOwnerMonitor();
+    /// How this session gives Ravelo a global hotkey, as `createGlobalHotkey` chooses: asked
+    /// once, since asking the portal may start it.
+    enum class HotkeyPath {
+        X11Grab,         ///< a key grab on the X server
+        Portal,          ///< the desktop portal's global shortcuts
+        KdeShortcuts,    ///< KDE's global shortcut service
+        DesktopShortcut, ///< none of Ravelo's own: the desktop runs "ravelo trigger"
+    };
+    static HotkeyPath hotkeyPath();
     static std::unique_ptr<GlobalHotkey> createGlobalHotkey();
     static std::unique_ptr<AccessibilityTrust> createAccessibilityTrust();
 };

@@ -2,6 +2,7 @@
 
 #include "model/PreferenceStore.h"
 #include "platform/KeyMap.h"
+#include "platform/PlatformServices.h"
 
 using namespace Qt::StringLiterals;
 
@@ -113,4 +114,22 @@ void HotkeySettings::refreshHasHotkey()
     }
     m_hasHotkey = has;
     emit hasHotkeyChanged();
+}
+
+QString HotkeySettings::hotkeyPathText()
+{
+    switch (PlatformServices::hotkeyPath()) {
+    case PlatformServices::HotkeyPath::X11Grab:
+        return tr("The hotkey is taken on the X11 display.");
+    case PlatformServices::HotkeyPath::Portal:
+        return tr("The hotkey goes through the desktop's global shortcuts, which may ask you to "
+                  "confirm it.");
+    case PlatformServices::HotkeyPath::KdeShortcuts:
+        return tr("The hotkey goes through KDE's global shortcuts (System Settings, Shortcuts, "
+                  "Ravelo).");
+    case PlatformServices::HotkeyPath::DesktopShortcut:
+        break;
+    }
+    return tr("This desktop gives Ravelo no hotkey of its own: bind the command \"ravelo "
+              "trigger\" to a keyboard shortcut in the desktop's settings.");
 }

@@ -22,6 +22,8 @@ class HotkeySettings : public QObject {
     /// Whether a key code other than 0 is stored, as the store holds it now.
     Q_PROPERTY(bool hasHotkey READ hasHotkey NOTIFY hasHotkeyChanged)
     Q_PROPERTY(bool isRecording READ isRecording WRITE setIsRecording NOTIFY isRecordingChanged)
+    /// One line on how this session gives Ravelo its hotkey.
+    Q_PROPERTY(QString hotkeyPathText READ hotkeyPathText CONSTANT)
 
 public:
     explicit HotkeySettings(QObject* parent = nullptr);
@@ -36,6 +38,7 @@ public:
     bool hasHotkey() const { return m_hasHotkey; }
 
     bool isRecording() const { return m_isRecording; }
+    static QString hotkeyPathText();
     void setIsRecording(bool recording);
 
     /// Reads the switch and the hotkey from the store; a stored "off" is written back.

@@ -91,6 +91,10 @@ Item {
             SettingsCaption {
                 text: qsTr("Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled.")
             }
+            SettingsCaption {
+                objectName: "hotkeyPath"
+                text: settings.hotkeyPathText
+            }
         }
 
         FormSection {

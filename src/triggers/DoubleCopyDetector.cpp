@@ -23,7 +23,28 @@ bool DoubleCopyDetector::keyDown(quint32 keyCode, quint32 modifiers, Clock::time
     return false;
 }
 
+bool DoubleCopyDetector::ownerChanged(quint64 owner, Clock::time_point at)
+{
+    if (owner == 0) {
+        return false;
+    }
+    const bool settling = m_lastOwnerChange && at - *m_lastOwnerChange < settleTime;
+    m_lastOwnerChange = at;
+    if (settling) {
+        return false;
+    }
+    if (m_lastCopy && at - *m_lastCopy < threshold && owner == m_lastOwner) {
+        m_lastCopy.reset();
+        return true;
+    }
+    m_lastCopy = at;
+    m_lastOwner = owner;
+    return false;
+}
+
 void DoubleCopyDetector::reset()
 {
     m_lastCopy.reset();
+    m_lastOwnerChange.reset();
+    m_lastOwner = 0;
 }

@@ -1,28 +1,61 @@
 #include "triggers/HotkeyManager.h"
 
+#include "platform/ClipboardOwnerMonitor.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
 #include "platform/KeyMap.h"
 #include "platform/PlatformServices.h"
+#include "platform/null/NullPlatform.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QPointer>
 
 Q_LOGGING_CATEGORY(lcTriggers, "ravelo.triggers", QtWarningMsg)
 
+namespace {
+
+// The owner change of a copy made by a key comes this soon after the key press, which the
+// key detector has counted already.
+constexpr std::chrono::milliseconds keyCopySkew{150};
+// An owner change this soon after Ravelo wrote the clipboard is that write.
+constexpr std::chrono::milliseconds ownWriteGrace{250};
+
+} // namespace
+
 HotkeyManager::HotkeyManager(QObject* parent)
     : HotkeyManager(PlatformServices::createGlobalKeyMonitor(),
+                    PlatformServices::createClipboardOwnerMonitor(),
                     PlatformServices::createGlobalHotkey(), parent)
 {}
 
 HotkeyManager::HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor,
                              std::unique_ptr<GlobalHotkey> hotkey, QObject* parent)
+    : HotkeyManager(std::move(monitor), std::make_unique<NullClipboardOwnerMonitor>(),
+                    std::move(hotkey), parent)
+{}
+
+HotkeyManager::HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor,
+                             std::unique_ptr<ClipboardOwnerMonitor> ownerMonitor,
+                             std::unique_ptr<GlobalHotkey> hotkey, QObject* parent)
     : QObject(parent)
     , m_monitor(std::move(monitor))
+    , m_ownerMonitor(std::move(ownerMonitor))
     , m_hotkey(std::move(hotkey))
     , m_clock(&DoubleCopyDetector::Clock::now)
 {
     connect(m_monitor.get(), &GlobalKeyMonitor::keyPressed, this, &HotkeyManager::handleKeyDown);
+    connect(m_ownerMonitor.get(), &ClipboardOwnerMonitor::ownerChanged, this,
+            &HotkeyManager::handleOwnerChange);
+    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
+        QClipboard* clipboard = QGuiApplication::clipboard();
+        connect(clipboard, &QClipboard::dataChanged, this, [this, clipboard] {
+            if (clipboard->ownsClipboard()) {
+                noteOwnClipboardWrite();
+            }
+        });
+    }
     connect(m_hotkey.get(), &GlobalHotkey::activated, this, [this] {
         qCDebug(lcTriggers, "Hotkey pressed");
         queueTrigger();
@@ -45,8 +78,11 @@ void HotkeyManager::setDoubleCopyEnabled(bool enabled)
 
 void HotkeyManager::startDoubleCopyMonitor()
 {
-    if (m_monitor->start()) {
-        qCDebug(lcTriggers, "Double copy armed");
+    const bool keys = m_monitor->start();
+    const bool owners = m_ownerMonitor->start();
+    if (keys || owners) {
+        qCDebug(lcTriggers, "Double copy armed (%s%s%s)", keys ? "copy keys" : "",
+                keys && owners ? ", " : "", owners ? "clipboard owner" : "");
     } else {
         qCDebug(lcTriggers, "Double copy cannot be armed in this session");
     }
@@ -65,9 +101,12 @@ void HotkeyManager::registerHotkey(quint32 keyCode, quint32 modifiers)
 void HotkeyManager::stop()
 {
     m_monitor->stop();
+    m_ownerMonitor->stop();
     m_hotkey->unregisterHotkey();
     m_detector.reset();
+    m_ownerDetector.reset();
     m_lastCopyPress.reset();
+    m_lastKeyTrigger.reset();
 }
 
 void HotkeyManager::trigger()
@@ -77,7 +116,32 @@ void HotkeyManager::trigger()
 
 bool HotkeyManager::isDoubleCopyMonitorActive() const
 {
+    return m_monitor->isActive() || m_ownerMonitor->isActive();
+}
+
+bool HotkeyManager::isKeyMonitorActive() const
+{
     return m_monitor->isActive();
+}
+
+bool HotkeyManager::isOwnerMonitorActive() const
+{
+    return m_ownerMonitor->isActive();
+}
+
+bool HotkeyManager::readsClipboardText() const
+{
+    return m_ownerMonitor->readsText();
+}
+
+void HotkeyManager::readClipboardText(std::function<void(const QString&)> done)
+{
+    m_ownerMonitor->readText(std::move(done));
+}
+
+void HotkeyManager::noteOwnClipboardWrite()
+{
+    m_lastOwnWrite = m_clock();
 }
 
 bool HotkeyManager::isHotkeyRegistered() const
@@ -98,6 +162,27 @@ void HotkeyManager::handleKeyDown(quint32 keyCode, quint32 modifiers)
     }
     if (m_detector.keyDown(keyCode, modifiers, at)) {
         qCDebug(lcTriggers, "Double copy");
+        m_lastKeyTrigger = at;
+        queueTrigger();
+    }
+}
+
+void HotkeyManager::handleOwnerChange(quint64 owner)
+{
+    const DoubleCopyDetector::Clock::time_point at = m_clock();
+    if (m_lastOwnWrite && at - *m_lastOwnWrite < ownWriteGrace) {
+        qCDebug(lcTriggers, "Clipboard written by Ravelo itself");
+        return;
+    }
+    if (m_monitor->isActive() && m_lastCopyPress && at - *m_lastCopyPress < keyCopySkew) {
+        return;
+    }
+    if (m_ownerDetector.ownerChanged(owner, at)) {
+        // An application slow to copy can make a key pair and an owner pair of one double copy.
+        if (m_lastKeyTrigger && at - *m_lastKeyTrigger < DoubleCopyDetector::threshold) {
+            return;
+        }
+        qCDebug(lcTriggers, "Double copy seen on the clipboard");
         queueTrigger();
     }
 }

@@ -8,11 +8,16 @@
 #include <memory>
 #include <optional>
 
+class ClipboardOwnerMonitor;
 class GlobalHotkey;
 class GlobalKeyMonitor;
 
 /// The one trigger object: double copy and the custom global hotkey. Both call `onTrigger`
 /// on the GUI thread from the event loop, never from inside the key handling.
+///
+/// A double copy is seen as two changes of the clipboard's owner where the session reports
+/// them (XFixes on X11 and XWayland, data control on KDE and wlroots sessions), and on an X11
+/// session also as two copy key presses. A copy seen both ways counts once.
 ///
 /// The owner arms it after every preference change: set `onTrigger`, `stop()`, set
 /// `doubleCopyEnabled`, then `startDoubleCopyMonitor()` and `registerHotkey()` as stored.
@@ -28,6 +33,9 @@ public:
     explicit HotkeyManager(QObject* parent = nullptr);
     HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor, std::unique_ptr<GlobalHotkey> hotkey,
                   QObject* parent = nullptr);
+    HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor,
+                  std::unique_ptr<ClipboardOwnerMonitor> ownerMonitor,
+                  std::unique_ptr<GlobalHotkey> hotkey, QObject* parent = nullptr);
     ~HotkeyManager() override;
 
     /// What a trigger calls; none by default. An absent callback is skipped.
@@ -50,7 +58,10 @@ public:
     /// Queues a trigger as a double copy or the hotkey would (`ravelo trigger`).
     void trigger();
 
+    /// Whether either way of seeing a double copy is armed.
     bool isDoubleCopyMonitorActive() const;
+    bool isKeyMonitorActive() const;
+    bool isOwnerMonitorActive() const;
     bool isHotkeyRegistered() const;
 
     /// The moment of the last copy shortcut seen by the monitor. Raw key events arrive
@@ -61,6 +72,14 @@ public:
         return m_lastCopyPress;
     }
     DoubleCopyDetector::Clock::time_point now() const { return m_clock(); }
+
+    /// Whether the copied text must be read through `readClipboardText`: Qt's clipboard
+    /// goes stale in this session while none of Ravelo's windows has the focus.
+    bool readsClipboardText() const;
+    void readClipboardText(std::function<void(const QString&)> done);
+    /// Ravelo itself has just written the clipboard: the owner change that follows is no
+    /// copy of the user's. Noted by itself for writes through Qt's clipboard.
+    void noteOwnClipboardWrite();
     /// Replaces the steady clock (tests).
     void setClock(Clock clock);
 
@@ -71,12 +90,17 @@ signals:
 
 private:
     void handleKeyDown(quint32 keyCode, quint32 modifiers);
+    void handleOwnerChange(quint64 owner);
     void queueTrigger();
 
     std::unique_ptr<GlobalKeyMonitor> m_monitor;
+    std::unique_ptr<ClipboardOwnerMonitor> m_ownerMonitor;
     std::unique_ptr<GlobalHotkey> m_hotkey;
     DoubleCopyDetector m_detector;
+    DoubleCopyDetector m_ownerDetector;
     Clock m_clock;
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastCopyPress;
+    std::optional<DoubleCopyDetector::Clock::time_point> m_lastKeyTrigger;
+    std::optional<DoubleCopyDetector::Clock::time_point> m_lastOwnWrite;
     bool m_doubleCopyEnabled = true;
 };

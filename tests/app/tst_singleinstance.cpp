@@ -211,6 +211,38 @@ private slots:
         QVERIFY2(m_app.logged("the clipboard holds no text"), m_app.log().constData());
     }
 
+    void triggerCarriesTheActivationToken_data()
+    {
+        QTest::addColumn<QByteArray>("variable");
+        QTest::addColumn<QByteArray>("token");
+        QTest::addColumn<bool>("carried");
+        QTest::newRow("startup id")
+            << QByteArray("DESKTOP_STARTUP_ID") << QByteArray("kwin-ravelo-42_TIME1234") << true;
+        QTest::newRow("Wayland token")
+            << QByteArray("XDG_ACTIVATION_TOKEN") << QByteArray("5f1c2a9e0b7d") << true;
+        QTest::newRow("a token with a space")
+            << QByteArray("XDG_ACTIVATION_TOKEN") << QByteArray("two words") << false;
+        QTest::newRow("a token far too long")
+            << QByteArray("DESKTOP_STARTUP_ID") << QByteArray(300, 'x') << false;
+    }
+
+    // Started by the desktop's shortcut, `ravelo trigger` hands the desktop's leave to take
+    // the focus to the instance; what is not a token is dropped, and the trigger still works.
+    void triggerCarriesTheActivationToken()
+    {
+        QFETCH(QByteArray, variable);
+        QFETCH(QByteArray, token);
+        QFETCH(bool, carried);
+        QVERIFY2(m_app.start(), m_app.log().constData());
+        QGuiApplication::clipboard()->setText(QStringLiteral("token"));
+        qputenv(variable.constData(), token);
+        const RaveloResult result = runRavelo({QStringLiteral("trigger")});
+        qunsetenv(variable.constData());
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY2(m_app.logged("Panel requested for 5 characters"), m_app.log().constData());
+        QCOMPARE(m_app.log().contains("with an activation token"), carried);
+    }
+
     void secondStartHandsOver()
     {
         QVERIFY2(m_app.start(), m_app.log().constData());

@@ -34,6 +34,7 @@ private slots:
     {
         QCOMPARE(PlatformServices::backend(), PlatformServices::Backend::None);
         QVERIFY(PlatformServices::unavailableReason().contains(QLatin1String("offscreen")));
+        QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::DesktopShortcut);
     }
 
     void backendsStayDisarmedAndSaySoOnce()

@@ -24,9 +24,20 @@ Press copyAt(std::chrono::milliseconds at)
     return {copyKey, ctrl, at};
 }
 
+struct OwnerChange {
+    quint64 owner;
+    std::chrono::milliseconds at;
+};
+
+OwnerChange ownedAt(std::chrono::milliseconds at, quint64 owner = 7)
+{
+    return {owner, at};
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(std::vector<Press>)
+Q_DECLARE_METATYPE(std::vector<OwnerChange>)
 
 class TestDoubleCopyDetector : public QObject {
     Q_OBJECT
@@ -107,6 +118,54 @@ private slots:
             QVERIFY2(detector.keyDown(press.keyCode, press.modifiers, start + press.at) ==
                          fires[qsizetype(i)],
                      qPrintable(QStringLiteral("press %1").arg(i + 1)));
+        }
+    }
+
+    void ownerChanges_data()
+    {
+        QTest::addColumn<std::vector<OwnerChange>>("changes");
+        QTest::addColumn<QList<bool>>("fires");
+
+        QTest::newRow("two copies 0.2 s apart")
+            << std::vector{ownedAt(0ms), ownedAt(200ms)} << QList<bool>{false, true};
+        QTest::newRow("0.4 s apart is too slow")
+            << std::vector{ownedAt(0ms), ownedAt(400ms)} << QList<bool>{false, false};
+        QTest::newRow("three copies fire once")
+            << std::vector{ownedAt(0ms), ownedAt(150ms), ownedAt(300ms)}
+            << QList<bool>{false, true, false};
+        QTest::newRow("four copies fire twice")
+            << std::vector{ownedAt(0ms), ownedAt(100ms), ownedAt(200ms), ownedAt(300ms)}
+            << QList<bool>{false, true, false, true};
+        QTest::newRow("a cleared clipboard is no copy")
+            << std::vector{ownedAt(0ms), ownedAt(100ms, 0), ownedAt(200ms, 0)}
+            << QList<bool>{false, false, false};
+        QTest::newRow("clear then set is one copy")
+            << std::vector{ownedAt(0ms, 0), ownedAt(0ms), ownedAt(200ms, 0), ownedAt(200ms)}
+            << QList<bool>{false, false, false, true};
+        QTest::newRow("a manager taking each copy over")
+            << std::vector{ownedAt(0ms), ownedAt(5ms, 9), ownedAt(200ms), ownedAt(230ms, 9)}
+            << QList<bool>{false, false, true, false};
+        QTest::newRow("changes 59 ms apart are one copy")
+            << std::vector{ownedAt(0ms), ownedAt(59ms)} << QList<bool>{false, false};
+        QTest::newRow("changes 60 ms apart are two")
+            << std::vector{ownedAt(0ms), ownedAt(60ms)} << QList<bool>{false, true};
+        QTest::newRow("copies in two applications")
+            << std::vector{ownedAt(0ms, 7), ownedAt(200ms, 8), ownedAt(300ms, 8)}
+            << QList<bool>{false, false, true};
+    }
+
+    void ownerChanges()
+    {
+        QFETCH(std::vector<OwnerChange>, changes);
+        QFETCH(QList<bool>, fires);
+        QCOMPARE(qsizetype(changes.size()), fires.size());
+
+        DoubleCopyDetector detector;
+        const DoubleCopyDetector::Clock::time_point start{std::chrono::hours(5)};
+        for (std::size_t i = 0; i < changes.size(); ++i) {
+            QVERIFY2(detector.ownerChanged(changes[i].owner, start + changes[i].at) ==
+                         fires[qsizetype(i)],
+                     qPrintable(QStringLiteral("change %1").arg(i + 1)));
         }
     }
 

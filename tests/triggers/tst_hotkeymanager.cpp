@@ -1,5 +1,6 @@
 #include "XTestKeyboard.h"
 #include "platform/KeyMap.h"
+#include "platform/PlatformServices.h"
 #include "platform/x11/X11GlobalKeyMonitor.h"
 #include "triggers/HotkeyManager.h"
 
@@ -71,6 +72,7 @@ private slots:
     void initTestCase()
     {
         QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+        QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::X11Grab);
         m_keyboard = std::make_unique<XTestKeyboard>();
         QVERIFY(m_keyboard->isValid());
         m_keyboard->createFocusedWindow();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/AccessibilityTrust.h"
+#include "platform/ClipboardOwnerMonitor.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
 
@@ -11,6 +12,17 @@ class NullGlobalKeyMonitor : public GlobalKeyMonitor {
 
 public:
     using GlobalKeyMonitor::GlobalKeyMonitor;
+
+    bool start() override { return false; }
+    void stop() override {}
+    bool isActive() const override { return false; }
+};
+
+class NullClipboardOwnerMonitor : public ClipboardOwnerMonitor {
+    Q_OBJECT
+
+public:
+    using ClipboardOwnerMonitor::ClipboardOwnerMonitor;
 
     bool start() override { return false; }
     void stop() override {}

@@ -1,5 +1,7 @@
 #include "platform/x11/X11PanelWindowSupport.h"
 
+#include "platform/ActivationToken.h"
+
 #include <QByteArray>
 #include <QGuiApplication>
 #include <QLoggingCategory>
@@ -229,6 +231,13 @@ void X11PanelWindowSupport::prepareToMap(QWindow* window)
 void X11PanelWindowSupport::activate(QWindow* window)
 {
     const auto id = static_cast<xcb_window_t>(window->winId());
+    // A startup id from the desktop's shortcut tells the window manager that the user asked
+    // for this window; a Wayland token is of no use to an X11 window.
+    ActivationToken::takeWayland();
+    if (const QByteArray startupId = ActivationToken::takeStartupId(); !startupId.isEmpty()) {
+        xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, id, atom("_NET_STARTUP_ID"),
+                            atom("UTF8_STRING"), 8, startupId.size(), startupId.constData());
+    }
     const xcb_timestamp_t time = currentTime();
     const xcb_atom_t activeWindow = atom("_NET_ACTIVE_WINDOW");
     if (windowManagerSupports(activeWindow)) {

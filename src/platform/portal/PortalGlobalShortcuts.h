@@ -1,0 +1,57 @@
+#pragma once
+
+#include "platform/GlobalHotkey.h"
+
+#include <QDBusObjectPath>
+#include <QString>
+#include <QVariantMap>
+
+#include <functional>
+
+/// The hotkey through the desktop portal's GlobalShortcuts interface (KDE Plasma 5.27 and
+/// later, GNOME 48 and later, Hyprland): Ravelo's one shortcut, "trigger", is bound in a
+/// session of the portal with the recorded combination as its preferred trigger; the desktop
+/// may let the user change it. Binding takes a round trip through the portal, so
+/// `registerHotkey` answers at once and `isRegistered` turns true once the portal has bound it.
+class PortalGlobalShortcuts : public GlobalHotkey {
+    Q_OBJECT
+
+public:
+    using GlobalHotkey::GlobalHotkey;
+    ~PortalGlobalShortcuts() override;
+
+    /// Whether the portal on the session bus offers global shortcuts.
+    static bool isAvailable();
+
+    bool registerHotkey(quint32 keyCode, quint32 modifiers) override;
+    void unregisterHotkey() override;
+    bool isRegistered() const override { return m_bound; }
+
+    /// The trigger as the portal takes it: "CTRL+SHIFT+k"; empty for keys without a keysym.
+    static QString preferredTrigger(quint32 keyCode, quint32 modifiers);
+
+    static constexpr const char* shortcutId = "trigger";
+
+signals:
+    /// The portal has answered the binding: whether the shortcut is bound.
+    void bindingFinished(bool bound);
+
+private slots:
+    void handleResponse(uint response, const QVariantMap& results);
+    void handleActivated(const QDBusObjectPath& session, const QString& shortcut,
+                         qulonglong timestamp, const QVariantMap& options);
+
+private:
+    using ResponseHandler = std::function<void(uint, const QVariantMap&)>;
+    bool request(const QString& method, QVariantList arguments, QVariantMap options,
+                 ResponseHandler handler);
+    void bind();
+    void closeSession();
+
+    QString m_trigger;
+    QString m_session;
+    QString m_requestPath;
+    ResponseHandler m_pending;
+    bool m_bound = false;
+    int m_generation = 0;
+};

@@ -1,0 +1,101 @@
+// The hotkey through KDE's shortcut service in a real headless KWin session (with-kwin).
+// KWin there has no input devices: presses are invoked through the service itself, which
+// reports them exactly as a key press.
+#include "platform/KeyMap.h"
+#include "platform/kde/KGlobalAccelHotkey.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+constexpr quint32 keyK = 40;
+constexpr quint32 ctrlShift = KeyMap::commandMask | KeyMap::shiftMask;
+const int ctrlShiftK = (Qt::CTRL | Qt::SHIFT | Qt::Key_K).toCombined();
+
+QDBusMessage callService(const QString& method, const QVariantList& arguments,
+                         const QString& path = QStringLiteral("/kglobalaccel"),
+                         const QString& interface = QStringLiteral("org.kde.KGlobalAccel"))
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(QStringLiteral("org.kde.kglobalaccel"),
+                                                          path, interface, method);
+    message.setArguments(arguments);
+    return QDBusConnection::sessionBus().call(message);
+}
+
+const QStringList raveloAction{QStringLiteral("ravelo"), QStringLiteral("trigger"),
+                               QStringLiteral("Ravelo"), QString()};
+
+QList<int> keysOf(const QStringList& action)
+{
+    const QDBusReply<QList<int>> keys = callService(QStringLiteral("shortcut"), {action});
+    return keys.value();
+}
+
+/// Presses Ravelo's action as the service would on its keys; returns once the press has been
+/// sent to everyone listening.
+bool invokeRavelo()
+{
+    const QDBusReply<QDBusObjectPath> component =
+        callService(QStringLiteral("getComponent"), {QStringLiteral("ravelo")});
+    if (!component.isValid()) {
+        return false;
+    }
+    const QDBusMessage reply =
+        callService(QStringLiteral("invokeShortcut"), {QStringLiteral("trigger")},
+                    component.value().path(), QStringLiteral("org.kde.kglobalaccel.Component"));
+    QCoreApplication::processEvents();
+    return reply.type() == QDBusMessage::ReplyMessage;
+}
+
+} // namespace
+
+class TestKGlobalAccelHotkey : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(KGlobalAccelHotkey::isAvailable()); }
+
+    void pressesArriveUntilUnregistered()
+    {
+        KGlobalAccelHotkey hotkey;
+        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
+        QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+        QVERIFY(hotkey.isRegistered());
+        QCOMPARE(keysOf(raveloAction), QList<int>{ctrlShiftK});
+
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(activated.size(), 1);
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(activated.size(), 2);
+
+        hotkey.unregisterHotkey();
+        QVERIFY(!hotkey.isRegistered());
+        QCOMPARE(keysOf(raveloAction), QList<int>{});
+        QVERIFY(invokeRavelo());
+        QCOMPARE(activated.size(), 2);
+    }
+
+    void combinationHeldByAnotherActionIsRefused()
+    {
+        const QStringList other{QStringLiteral("otherapp"), QStringLiteral("thing"),
+                                QStringLiteral("Other"), QStringLiteral("Thing")};
+        callService(QStringLiteral("doRegister"), {other});
+        callService(QStringLiteral("setShortcut"),
+                    {other, QVariant::fromValue(QList<int>{ctrlShiftK}), 6u});
+        QCOMPARE(keysOf(other), QList<int>{ctrlShiftK});
+
+        KGlobalAccelHotkey hotkey;
+        QVERIFY(!hotkey.registerHotkey(keyK, ctrlShift));
+        QVERIFY(!hotkey.isRegistered());
+        QCOMPARE(keysOf(other), QList<int>{ctrlShiftK});
+        callService(QStringLiteral("setShortcut"), {other, QVariant::fromValue(QList<int>{}), 6u});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKGlobalAccelHotkey)
+#include "tst_kglobalaccelhotkey.moc"

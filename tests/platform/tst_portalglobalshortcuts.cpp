@@ -1,0 +1,132 @@
+// The hotkey through the desktop portal's GlobalShortcuts in a real headless KWin session
+// (with-kwin, where xdg-desktop-portal-kde answers). KWin there has no input devices: the
+// bound shortcut is pressed through KDE's shortcut service, which the KDE portal binds it in.
+#include "RaveloProcess.h"
+#include "model/PreferenceStore.h"
+#include "platform/KeyMap.h"
+#include "platform/PlatformServices.h"
+#include "platform/portal/PortalGlobalShortcuts.h"
+#include "settings/HotkeySettings.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+constexpr quint32 keyK = 40;
+constexpr quint32 ctrlShift = KeyMap::commandMask | KeyMap::shiftMask;
+
+QDBusMessage callAccel(const QString& path, const QString& interface, const QString& method,
+                       const QVariantList& arguments)
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(QStringLiteral("org.kde.kglobalaccel"),
+                                                          path, interface, method);
+    message.setArguments(arguments);
+    return QDBusConnection::sessionBus().call(message);
+}
+
+/// Presses the shortcut "trigger" of every component that has one, as KDE's service does on
+/// its keys; true when some component had it.
+bool pressTrigger()
+{
+    const QDBusReply<QList<QDBusObjectPath>> components =
+        callAccel(QStringLiteral("/kglobalaccel"), QStringLiteral("org.kde.KGlobalAccel"),
+                  QStringLiteral("allComponents"), {});
+    bool pressed = false;
+    for (const QDBusObjectPath& component : components.value()) {
+        const QDBusReply<QStringList> names =
+            callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
+                      QStringLiteral("shortcutNames"), {});
+        if (names.value().contains(QStringLiteral("trigger"))) {
+            callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
+                      QStringLiteral("invokeShortcut"), {QStringLiteral("trigger")});
+            pressed = true;
+        }
+    }
+    return pressed;
+}
+
+} // namespace
+
+class TestPortalGlobalShortcuts : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(PortalGlobalShortcuts::isAvailable());
+        QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::Portal);
+        QVERIFY(HotkeySettings::hotkeyPathText().contains(QLatin1String("global shortcuts")));
+    }
+
+    void preferredTrigger_data()
+    {
+        QTest::addColumn<quint32>("keyCode");
+        QTest::addColumn<quint32>("modifiers");
+        QTest::addColumn<QString>("trigger");
+        QTest::newRow("Ctrl+Shift+K") << keyK << ctrlShift << QStringLiteral("CTRL+SHIFT+k");
+        QTest::newRow("Ctrl+Alt+Space") << quint32(49) << (KeyMap::commandMask | KeyMap::optionMask)
+                                        << QStringLiteral("CTRL+ALT+space");
+        QTest::newRow("Super+F5") << quint32(96) << KeyMap::controlMask
+                                  << QStringLiteral("LOGO+F5");
+        QTest::newRow("a key the map does not know")
+            << quint32(KeyMap::unknownKeyCode) << ctrlShift << QString();
+    }
+
+    void preferredTrigger()
+    {
+        QFETCH(quint32, keyCode);
+        QFETCH(quint32, modifiers);
+        QFETCH(QString, trigger);
+        QCOMPARE(PortalGlobalShortcuts::preferredTrigger(keyCode, modifiers), trigger);
+    }
+
+    void boundShortcutFiresUntilUnregistered()
+    {
+        PortalGlobalShortcuts hotkey;
+        QSignalSpy bound(&hotkey, &PortalGlobalShortcuts::bindingFinished);
+        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
+        QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+        QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 1, 15000);
+        QCOMPARE(bound.first().first().toBool(), true);
+        QVERIFY(hotkey.isRegistered());
+
+        QVERIFY(pressTrigger());
+        QTRY_COMPARE(activated.size(), 1);
+
+        hotkey.unregisterHotkey();
+        QVERIFY(!hotkey.isRegistered());
+        pressTrigger();
+        QCoreApplication::processEvents();
+        QCOMPARE(activated.size(), 1);
+    }
+
+    // The recorded hotkey of a running ravelo opens its panel with the text copied last.
+    void hotkeyOpensThePanelOfRavelo()
+    {
+        {
+            PreferenceStore preferences(preferencesPastWalkthrough());
+            preferences.setInteger(Preferences::customHotkeyKeyCode, keyK);
+            preferences.setInteger(Preferences::customHotkeyModifiers, ctrlShift);
+        }
+        QVERIFY(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("copied by hand")}) ==
+                0);
+        QProcessEnvironment environment;
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
+        RunningRavelo ravelo;
+        QVERIFY(ravelo.start({}, environment));
+        QVERIFY(ravelo.logged("The desktop portal bound the hotkey CTRL+SHIFT+k"));
+        QVERIFY(pressTrigger());
+        QVERIFY(ravelo.logged("Panel requested for 14 characters"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPortalGlobalShortcuts)
+#include "tst_portalglobalshortcuts.moc"

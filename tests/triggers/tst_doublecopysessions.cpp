@@ -1,0 +1,214 @@
+// Double copy as the clipboard's owner changes, in a real ravelo process and a real desktop
+// session: Xvfb with openbox, headless sway or headless KWin (the test runs under
+// with-xvfb, with-sway or with-kwin). The copies come from another application: an X11
+// client of this test on X11, wl-copy on Wayland. No key is typed anywhere.
+#include "DesktopSession.h"
+#include "RaveloProcess.h"
+#include "X11ClipboardSource.h"
+#include "model/PreferenceStore.h"
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// One step of a row: wait, then copy the text (or clear the clipboard when it is null).
+struct Copy {
+    std::chrono::milliseconds after;
+    QByteArray text;
+};
+
+// Apart from anything copied before, whichever way the detector rounds.
+constexpr std::chrono::milliseconds quiet{700};
+
+template<typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
+
+/// The X11 window that has the keyboard focus, as its top-level's WM_CLASS and its place
+/// on the screen, and the screen's size.
+struct FocusedWindow {
+    QByteArray wmClass;
+    QRect geometry;
+    QSize screen;
+};
+
+FocusedWindow focusedWindow()
+{
+    FocusedWindow result;
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    result.screen = QSize(screen->width_in_pixels, screen->height_in_pixels);
+    Reply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr), &std::free);
+    xcb_window_t window = focus ? focus->focus : XCB_NONE;
+    // Up to the window that carries WM_CLASS.
+    while (window != XCB_NONE && window != screen->root && result.wmClass.isEmpty()) {
+        Reply<xcb_get_property_reply_t> wmClass(
+            xcb_get_property_reply(
+                c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64),
+                nullptr),
+            &std::free);
+        if (wmClass && xcb_get_property_value_length(wmClass.get()) > 0) {
+            result.wmClass =
+                QByteArray(static_cast<const char*>(xcb_get_property_value(wmClass.get())),
+                           xcb_get_property_value_length(wmClass.get()));
+            Reply<xcb_get_geometry_reply_t> geometry(
+                xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr), &std::free);
+            Reply<xcb_translate_coordinates_reply_t> origin(
+                xcb_translate_coordinates_reply(
+                    c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr),
+                &std::free);
+            if (geometry && origin) {
+                result.geometry =
+                    QRect(origin->dst_x, origin->dst_y, geometry->width, geometry->height);
+            }
+            break;
+        }
+        Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr), &std::free);
+        window = tree ? tree->parent : XCB_NONE;
+    }
+    xcb_disconnect(c);
+    return result;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(QList<Copy>)
+
+class TestDoubleCopySessions : public QObject {
+    Q_OBJECT
+
+private:
+    bool m_wayland = false;
+    DesktopSession m_desktop;
+    std::unique_ptr<X11ClipboardSource> m_x11Source;
+    RunningRavelo m_ravelo;
+    bool m_drawn = false;
+
+    bool copy(const QByteArray& text)
+    {
+        if (!m_wayland) {
+            if (text.isNull()) {
+                m_x11Source->clear();
+                return true;
+            }
+            return m_x11Source->copy(text);
+        }
+        // wl-copy hands the selection to a child of its own that serves it, and returns.
+        QProcess wlCopy;
+        wlCopy.start(QStringLiteral("wl-copy"),
+                     text.isNull() ? QStringList{QStringLiteral("--clear")}
+                                   : QStringList{QStringLiteral("--"), QString::fromUtf8(text)});
+        return wlCopy.waitForFinished(5000) && wlCopy.exitCode() == 0;
+    }
+
+    /// The length of the text each panel shown so far was shown with.
+    QList<int> panelTexts()
+    {
+        static const QRegularExpression shown(
+            QStringLiteral("Panel requested for (\\d+) characters"));
+        QList<int> lengths;
+        auto matches = shown.globalMatch(QString::fromUtf8(m_ravelo.readLog()));
+        while (matches.hasNext()) {
+            lengths.append(matches.next().captured(1).toInt());
+        }
+        return lengths;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        m_wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+        if (m_wayland) {
+            QVERIFY2(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("--version")}) ==
+                         0,
+                     "wl-copy (package wl-clipboard) is missing");
+        } else {
+            QVERIFY(m_desktop.startWindowManager());
+            m_x11Source = std::make_unique<X11ClipboardSource>();
+            QVERIFY(m_x11Source->isValid());
+        }
+        {
+            PreferenceStore preferences(preferencesPastWalkthrough());
+            preferences.setBoolean(Preferences::useDoubleCopy, true);
+        }
+        QProcessEnvironment environment;
+        // Ravelo picks its own platform, as when a user starts it.
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true;ravelo.triggers.debug=true"));
+        QVERIFY(m_ravelo.start({}, environment));
+        QVERIFY(m_ravelo.logged("Double copy armed (clipboard owner)") ||
+                m_ravelo.logged("Double copy armed (copy keys, clipboard owner)"));
+    }
+
+    void copies_data()
+    {
+        QTest::addColumn<QList<Copy>>("copies");
+        // The length of the text of each panel the copies open.
+        QTest::addColumn<QList<int>>("panels");
+
+        QTest::newRow("two copies 0.2 s apart")
+            << QList<Copy>{{0ms, "first of a pair"}, {200ms, "second of the pair"}}
+            << QList<int>{18};
+        QTest::newRow("two copies 0.5 s apart")
+            << QList<Copy>{{0ms, "slow one"}, {500ms, "slow two!"}} << QList<int>{};
+        QTest::newRow("three copies fire once")
+            << QList<Copy>{{0ms, "one"}, {150ms, "three, two"}, {150ms, "three copies"}}
+            << QList<int>{10};
+        QTest::newRow("a copy and a cleared clipboard")
+            << QList<Copy>{{0ms, "then cleared"}, {150ms, QByteArray()}} << QList<int>{};
+    }
+
+    void copies()
+    {
+        QFETCH(QList<Copy>, copies);
+        QFETCH(QList<int>, panels);
+        QTest::qWait(int(quiet.count()));
+        m_ravelo.clearLog();
+        for (const Copy& step : copies) {
+            QTest::qWait(int(step.after.count()));
+            QVERIFY(copy(step.text));
+        }
+        // A double copy that must fire, after everything else: once its panel is logged,
+        // every copy before it has been seen.
+        QTest::qWait(int(quiet.count()));
+        QVERIFY(copy("end"));
+        QTest::qWait(200);
+        QVERIFY(copy("end of the row"));
+        panels.append(14);
+        QTRY_VERIFY_WITH_TIMEOUT(panelTexts().size() >= panels.size(), 10000);
+        QCOMPARE(panelTexts(), panels);
+        // The panel first shown draws its first frame; later triggers may only change its text.
+        m_drawn = m_drawn || m_ravelo.logged("Panel drawn");
+        QVERIFY(m_drawn);
+    }
+
+    // The panel a double copy opens is an X11 window wherever there is X (XWayland in the
+    // Wayland sessions): it has the keyboard, in the middle of the screen, its top half above.
+    void panelHasTheKeyboardInTheMiddle()
+    {
+        QVERIFY(copy("the panel's place"));
+        QTest::qWait(200);
+        QVERIFY(copy("the panel's place, again"));
+        QTRY_VERIFY_WITH_TIMEOUT(focusedWindow().wmClass.contains("ravelo"), 10000);
+        const FocusedWindow panel = focusedWindow();
+        qInfo() << "panel" << panel.geometry << "on" << panel.screen;
+        QVERIFY(qAbs(panel.geometry.center().x() - panel.screen.width() / 2) <= 2);
+        QVERIFY(panel.geometry.top() < panel.screen.height() / 2);
+    }
+
+    void cleanupTestCase() { m_ravelo.stop(); }
+};
+
+QTEST_MAIN(TestDoubleCopySessions)
+#include "tst_doublecopysessions.moc"
