@@ -98,14 +98,19 @@ ColumnLayout {
             Layout.fillWidth: true
             echoMode: TextInput.Password
             placeholderText: "sk-..."
+            Accessible.name: qsTr("API Key")
+            // Qt Quick withholds the name of a password field from screen readers, and the field
+            // gives its placeholder as the description once it is complete: say it there instead.
+            Component.onCompleted: Accessible.description = qsTr("API Key")
             font.family: "monospace"
             text: page.flow.apiKeyInput
             onTextEdited: page.flow.apiKeyInput = text
         }
-        Label {
+        LinkLabel {
             objectName: "apiKeyLink"
             visible: ModelCatalogue.apiKeyHost !== ""
-            textFormat: Text.StyledText
+            link: ModelCatalogue.apiKeyPage
+            Accessible.name: qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost)
             text: "<a href=\"" + ModelCatalogue.apiKeyPage + "\">Get your API key from "
                   + ModelCatalogue.apiKeyHost + "</a>"
             linkColor: palette.link

@@ -48,6 +48,14 @@ FocusScope {
     signal openPreferences
 
     implicitWidth: card.width + 2 * margin
+
+    // Ctrl+S saves the last custom prompt as "save prompt?" does (Ctrl+, for the preferences
+    // is the window's).
+    Shortcut {
+        sequences: [StandardKey.Save]
+        enabled: saveButton.visible
+        onActivated: AppState.saveCustomPromptAsQuickAction()
+    }
     // The window keeps the largest height; the card grows and shrinks inside it.
     implicitHeight: topMargin + Math.ceil(fullHeight) + margin
 
@@ -426,6 +434,7 @@ FocusScope {
                                 padding: 0
                                 background: null
                                 placeholderText: "Custom prompt"
+                                Accessible.name: placeholderText
                                 placeholderTextColor: PanelPalette.placeholderText
                                 color: PanelPalette.primaryText
                                 selectionColor: Qt.rgba(1, 1, 1, 0.3)
@@ -451,6 +460,7 @@ FocusScope {
                                 height: 20
                                 hoverEnabled: true
                                 focusPolicy: Qt.NoFocus
+                                Accessible.name: qsTr("Send custom prompt")
                                 ToolTip.visible: hovered
                                 ToolTip.delay: 600
                                 ToolTip.text: "Send custom prompt (Enter)"
@@ -491,8 +501,11 @@ FocusScope {
                         objectName: "saveButton"
                         visible: resultSection.hasCustomPrompt
                         hoverEnabled: true
-                        focusPolicy: Qt.NoFocus
+                        focusPolicy: Qt.TabFocus
                         padding: 0
+                        Accessible.name: contentItem.text
+                        Accessible.description: qsTr("Saves this custom prompt as a quick action (%1)")
+                                                .arg(KeyNames.shortcut("\u2318S"))
                         ToolTip.visible: hovered
                         ToolTip.delay: 600
                         ToolTip.text: "Save this custom prompt as a quick action"
@@ -506,6 +519,10 @@ FocusScope {
                             font.weight: Font.Medium
                         }
                         background: Item {}
+
+                        FocusRing {
+                            visible: saveButton.visualFocus
+                        }
                     }
 
                     Text {
@@ -613,8 +630,10 @@ FocusScope {
                             opacity: answerText.empty ? 0 : 1
                             enabled: !answerText.empty
                             hoverEnabled: true
-                            focusPolicy: Qt.NoFocus
+                            focusPolicy: Qt.TabFocus
                             padding: 0
+                            Accessible.name: qsTr("Copy")
+                            Accessible.description: ToolTip.text
                             ToolTip.visible: hovered && enabled
                             ToolTip.delay: 600
                             ToolTip.text: "Copy result to clipboard"
@@ -641,6 +660,10 @@ FocusScope {
                                 }
                             }
                             background: Item {}
+
+                            FocusRing {
+                                visible: copyButton.visualFocus
+                            }
                         }
                     }
                 }
@@ -677,6 +700,7 @@ FocusScope {
                 iconName: "window-close-symbolic"
                 iconSize: 11
                 tip: "Close (Esc)"
+                Accessible.name: qsTr("Close")
                 onClicked: root.close()
             }
 
@@ -686,6 +710,9 @@ FocusScope {
                 iconName: "view-more-symbolic"
                 iconSize: 13
                 tip: "Preferences"
+                Accessible.name: qsTr("Preferences")
+                Accessible.description: qsTr("Opens the preferences (%1)").arg(
+                                            KeyNames.shortcut("\u2318,"))
                 onClicked: root.openPreferences()
             }
         }
@@ -708,6 +735,8 @@ FocusScope {
         bottomPadding: 0
         hoverEnabled: true
         focusPolicy: Qt.NoFocus
+        Accessible.name: title
+        Accessible.description: tip
         ToolTip.visible: hovered
         ToolTip.delay: 600
         ToolTip.text: tip
@@ -756,7 +785,7 @@ FocusScope {
         width: 28
         height: 28
         hoverEnabled: true
-        focusPolicy: Qt.NoFocus
+        focusPolicy: Qt.TabFocus
         ToolTip.visible: hovered
         ToolTip.delay: 600
         ToolTip.text: tip
@@ -773,6 +802,11 @@ FocusScope {
         background: Rectangle {
             radius: width / 2
             color: PanelPalette.controlButtonFill
+        }
+
+        FocusRing {
+            visible: roundButton.visualFocus
+            radius: width / 2
         }
     }
 }

@@ -120,6 +120,10 @@ Item {
                     objectName: "apiKeyField"
                     Layout.fillWidth: true
                     echoMode: TextInput.Password
+                    Accessible.name: qsTr("API Key")
+                    // Qt Quick withholds the name of a password field from screen readers, and the field
+                    // gives its placeholder as the description once it is complete: say it there instead.
+                    Component.onCompleted: Accessible.description = qsTr("API Key")
                     onTextEdited: {
                         serverForm.apiKey = text
                         tab.store.setValue("openai_api_key", text)
@@ -138,6 +142,7 @@ Item {
                     Layout.fillWidth: true
                     model: tab.models.map(m => m.entryText()).concat(["Other model\u2026"])
                     currentIndex: tab.customModel ? tab.models.length : tab.catalogueIndex
+                    Accessible.name: qsTr("Model")
                     onActivated: index => {
                         if (index < tab.models.length) {
                             tab.customModel = false
@@ -162,6 +167,7 @@ Item {
                     objectName: "customModelField"
                     Layout.fillWidth: true
                     placeholderText: "Any model the server offers, e.g. llama3.1:8b"
+                    Accessible.name: qsTr("Model ID")
                     onTextEdited: {
                         const id = text.trim()
                         if (id !== "")
@@ -211,9 +217,10 @@ Item {
             Layout.leftMargin: 4
             spacing: 4
 
-            Label {
+            LinkLabel {
                 objectName: "apiKeyLink"
-                textFormat: Text.StyledText
+                link: ModelCatalogue.apiKeyPage
+                Accessible.name: qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost)
                 text: "Get your API key from <a href=\"" + ModelCatalogue.apiKeyPage + "\">"
                       + ModelCatalogue.apiKeyHost + "</a>"
                 linkColor: palette.link

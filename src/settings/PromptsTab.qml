@@ -2,10 +2,12 @@ import QtQuick
 import QtQuick.Layouts
 import QtQuick.Controls.Fusion
 import QtQuick.Controls.impl
+import QtQuick.Templates as T
 import Ravelo
 
 // The prompt list: add, edit, delete, reorder (drag a row, or Alt+Up / Alt+Down) and
 // restore the defaults. Every change is stored and handed to the quick panel at once.
+// Up and Down walk the list, Return edits and Delete deletes the current row.
 Item {
     id: tab
 
@@ -13,6 +15,14 @@ Item {
         id: editor
         preferences: AppState.preferences
         onCommitted: stored => AppState.prompts = stored
+    }
+
+    // The row the list shows as current again when the editor closes.
+    property int editedRow: 0
+
+    function edit(row) {
+        editedRow = row
+        editor.editPrompt(row)
     }
 
     Component.onCompleted: editor.load(AppState.prompts)
@@ -45,7 +55,21 @@ Item {
                 Layout.fillHeight: true
                 clip: true
                 focus: true
+                activeFocusOnTab: true
                 model: editor
+                Accessible.role: Accessible.List
+                Accessible.name: qsTr("Prompts")
+
+                function showEditedRow() {
+                    currentIndex = Math.min(tab.editedRow, count - 1)
+                    positionViewAtIndex(currentIndex, ListView.Contain)
+                }
+
+                // The rows are there once the view has been laid out.
+                Component.onCompleted: {
+                    forceActiveFocus()
+                    Qt.callLater(showEditedRow)
+                }
                 boundsBehavior: Flickable.StopAtBounds
                 ScrollBar.vertical: ScrollBar {}
 
@@ -69,8 +93,16 @@ Item {
                         moveCurrent(1)
                         event.accepted = true
                     } else if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+                        // A focused Edit or Delete is pressed instead (see WindowPane).
+                        if (Window.activeFocusItem instanceof T.AbstractButton) {
+                            event.accepted = false
+                            return
+                        }
                         if (currentIndex >= 0)
-                            editor.editPrompt(currentIndex)
+                            tab.edit(currentIndex)
+                        event.accepted = true
+                    } else if (event.key === Qt.Key_Delete && currentIndex >= 0) {
+                        editor.deletePrompt(currentItem.promptId)
                         event.accepted = true
                     }
                 }
@@ -92,8 +124,11 @@ Item {
 
                 delegate: PromptRow {
                     listView: list
-                    onEditClicked: editor.editPrompt(index)
-                    onDeleteClicked: editor.deletePrompt(promptId)
+                    onEditClicked: tab.edit(index)
+                    onDeleteClicked: {
+                        editor.deletePrompt(promptId)
+                        list.forceActiveFocus()
+                    }
                     onDropped: (from, to) => {
                         editor.movePrompt(from, to)
                         list.currentIndex = to
@@ -114,7 +149,10 @@ Item {
                     icon.source: "icons/plus.svg"
                     icon.width: 14
                     icon.height: 14
-                    onClicked: editor.addPrompt()
+                    onClicked: {
+                        tab.editedRow = editor.count
+                        editor.addPrompt()
+                    }
                 }
                 Item {
                     Layout.fillWidth: true

@@ -103,6 +103,9 @@ ColumnLayout {
             echoMode: TextInput.Password
             placeholderText: "Optional: local servers usually need none"
             Accessible.name: "API Key"
+            // Qt Quick withholds the name of a password field from screen readers, and the field
+            // gives its placeholder as the description once it is complete: say it there instead.
+            Component.onCompleted: Accessible.description = qsTr("API Key")
             onTextEdited: form.apiKeyEdited(text)
         }
     }
