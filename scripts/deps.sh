@@ -13,6 +13,8 @@ RAVELO_PACKAGES=(
     libx11-dev libx11-xcb-dev libxcb1-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xfixes0-dev libxcb-shape0-dev
     libxkbcommon-dev libxkbcommon-x11-dev libxtst-dev
     xvfb xauth xdotool xclip x11-utils openbox xcompmgr trayer dbus-daemon
+    # reading the accessibility tree of the running application, as a screen reader does
+    python3-pyatspi at-spi2-core
     # checking the installed layout and the Debian package
     desktop-file-utils appstream file groff-base dpkg-dev lintian
 )

@@ -121,9 +121,13 @@ Item {
                     Layout.fillWidth: true
                     echoMode: TextInput.Password
                     Accessible.name: qsTr("API Key")
-                    // Qt Quick withholds the name of a password field from screen readers, and the field
-                    // gives its placeholder as the description once it is complete: say it there instead.
-                    Component.onCompleted: Accessible.description = qsTr("API Key")
+                    // Qt Quick withholds the name of a password field from screen readers and describes
+                    // the field by its placeholder whenever they connect: the description says it instead.
+                    Accessible.description: qsTr("API Key")
+                    Accessible.onDescriptionChanged: {
+                        if (Accessible.description !== qsTr("API Key"))
+                            Accessible.description = qsTr("API Key")
+                    }
                     onTextEdited: {
                         serverForm.apiKey = text
                         tab.store.setValue("openai_api_key", text)
