@@ -17,8 +17,9 @@ Item {
         onCommitted: stored => AppState.prompts = stored
     }
 
-    // The row the list shows as current again when the editor closes.
-    property int editedRow: 0
+    // The row the list shows as current again when the editor closes; -1 when no editor was
+    // open.
+    property int editedRow: -1
 
     function edit(row) {
         editedRow = row
@@ -61,8 +62,15 @@ Item {
                 Accessible.name: qsTr("Prompts")
 
                 function showEditedRow() {
-                    currentIndex = Math.min(tab.editedRow, count - 1)
+                    if (tab.editedRow < 0) {
+                        // The arrows start from the first row.
+                        if (currentIndex < 0 && count > 0)
+                            currentIndex = 0
+                        return
+                    }
+                    currentIndex = Math.min(tab.editedRow, editor.count - 1)
                     positionViewAtIndex(currentIndex, ListView.Contain)
+                    tab.editedRow = -1
                 }
 
                 // The rows are there once the view has been laid out.
@@ -91,6 +99,15 @@ Item {
                         event.accepted = true
                     } else if (mover && event.key === Qt.Key_Down) {
                         moveCurrent(1)
+                        event.accepted = true
+                    } else if (event.key === Qt.Key_Up || event.key === Qt.Key_Down) {
+                        // Also from a row's Edit or Delete: the focus goes back to the rows.
+                        if (event.key === Qt.Key_Up)
+                            decrementCurrentIndex()
+                        else
+                            incrementCurrentIndex()
+                        if (currentItem)
+                            currentItem.forceActiveFocus()
                         event.accepted = true
                     } else if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
                         // A focused Edit or Delete is pressed instead (see WindowPane).

@@ -164,7 +164,7 @@ void TestSettingsWindow::everyTabByKeyboardAlone()
     QCOMPARE(state.prompts().at(1).title, Prompt::defaults().at(1).title);
     // Back on the row that was edited.
     QVERIFY(item(window, u"promptList"_s)->hasActiveFocus());
-    QCOMPARE(item(window, u"promptList"_s)->property("currentIndex").toInt(), 1);
+    QTRY_COMPARE(item(window, u"promptList"_s)->property("currentIndex").toInt(), 1);
     QTest::keyClick(window, Qt::Key_Return);
     QTRY_VERIFY(item(window, u"titleField"_s));
     QTest::keyClick(window, Qt::Key_A, Qt::ControlModifier);
