@@ -98,14 +98,23 @@ ColumnLayout {
             Layout.fillWidth: true
             echoMode: TextInput.Password
             placeholderText: "sk-..."
+            Accessible.name: qsTr("API Key")
+            // Qt Quick withholds the name of a password field from screen readers and describes
+            // the field by its placeholder whenever they connect: the description says it instead.
+            Accessible.description: qsTr("API Key")
+            Accessible.onDescriptionChanged: {
+                if (Accessible.description !== qsTr("API Key"))
+                    Accessible.description = qsTr("API Key")
+            }
             font.family: "monospace"
             text: page.flow.apiKeyInput
             onTextEdited: page.flow.apiKeyInput = text
         }
-        Label {
+        LinkLabel {
             objectName: "apiKeyLink"
             visible: ModelCatalogue.apiKeyHost !== ""
-            textFormat: Text.StyledText
+            link: ModelCatalogue.apiKeyPage
+            Accessible.name: qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost)
             text: "<a href=\"" + ModelCatalogue.apiKeyPage + "\">"
                   + qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost) + "</a>"
             linkColor: palette.link

@@ -14,6 +14,8 @@ Item {
     anchors.fill: parent
     opacity: current ? 1 : 0
     enabled: current
+    // Gone once faded out, also for screen readers.
+    visible: current || opacity > 0
 
     Behavior on opacity {
         NumberAnimation {

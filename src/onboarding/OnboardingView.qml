@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Layouts
 import QtQuick.Controls.Fusion
+import QtQuick.Templates as T
 import Ravelo
 
 // The first-run walkthrough: four pages, the page dots and Back / Continue / Get
@@ -42,6 +43,8 @@ WindowPane {
 
     Shortcut {
         sequences: ["Return", "Enter"]
+        // Return on a focused button presses that button instead (see WindowPane).
+        enabled: !(root.Window.activeFocusItem instanceof T.AbstractButton)
         onActivated: root.advance()
     }
 
@@ -104,6 +107,8 @@ WindowPane {
             Row {
                 objectName: "pageDots"
                 spacing: 6
+                Accessible.role: Accessible.StaticText
+                Accessible.name: qsTr("Page %1 of %2").arg(flow.currentStep + 1).arg(flow.totalSteps)
                 Repeater {
                     model: flow.totalSteps
                     Rectangle {

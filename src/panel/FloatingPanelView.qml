@@ -48,6 +48,14 @@ FocusScope {
     signal openPreferences
 
     implicitWidth: card.width + 2 * margin
+
+    // Ctrl+S saves the last custom prompt as "save prompt?" does (Ctrl+, for the preferences
+    // is the window's).
+    Shortcut {
+        sequences: [StandardKey.Save]
+        enabled: saveButton.visible
+        onActivated: AppState.saveCustomPromptAsQuickAction()
+    }
     // The window keeps the largest height; the card grows and shrinks inside it.
     implicitHeight: topMargin + Math.ceil(fullHeight) + margin
 
@@ -437,6 +445,7 @@ FocusScope {
                                 padding: 0
                                 background: null
                                 placeholderText: qsTr("Custom prompt")
+                                Accessible.name: placeholderText
                                 placeholderTextColor: PanelPalette.placeholderText
                                 color: PanelPalette.primaryText
                                 selectionColor: Qt.rgba(1, 1, 1, 0.3)
@@ -462,6 +471,7 @@ FocusScope {
                                 height: 20
                                 hoverEnabled: true
                                 focusPolicy: Qt.NoFocus
+                                Accessible.name: qsTr("Send custom prompt")
                                 ToolTip.visible: hovered
                                 ToolTip.delay: 600
                                 ToolTip.text: qsTr("Send custom prompt (Enter)")
@@ -502,8 +512,11 @@ FocusScope {
                         objectName: "saveButton"
                         visible: resultSection.hasCustomPrompt
                         hoverEnabled: true
-                        focusPolicy: Qt.NoFocus
+                        focusPolicy: Qt.TabFocus
                         padding: 0
+                        Accessible.name: contentItem.text
+                        Accessible.description: qsTr("Saves this custom prompt as a quick action (%1)")
+                                                .arg(KeyNames.shortcut("\u2318S"))
                         ToolTip.visible: hovered
                         ToolTip.delay: 600
                         ToolTip.text: qsTr("Save this custom prompt as a quick action")
@@ -517,6 +530,10 @@ FocusScope {
                             font.weight: Font.Medium
                         }
                         background: Item {}
+
+                        FocusRing {
+                            visible: saveButton.visualFocus
+                        }
                     }
 
                     Text {
@@ -633,8 +650,10 @@ FocusScope {
                             opacity: answerText.empty ? 0 : 1
                             enabled: !answerText.empty
                             hoverEnabled: true
-                            focusPolicy: Qt.NoFocus
+                            focusPolicy: Qt.TabFocus
                             padding: 0
+                            Accessible.name: qsTr("Copy")
+                            Accessible.description: ToolTip.text
                             ToolTip.visible: hovered && enabled
                             ToolTip.delay: 600
                             ToolTip.text: qsTr("Copy result to clipboard")
@@ -661,6 +680,10 @@ FocusScope {
                                 }
                             }
                             background: Item {}
+
+                            FocusRing {
+                                visible: copyButton.visualFocus
+                            }
                         }
                     }
                 }
@@ -697,6 +720,7 @@ FocusScope {
                 iconName: "window-close-symbolic"
                 iconSize: 11
                 tip: qsTr("Close (Esc)")
+                Accessible.name: qsTr("Close")
                 onClicked: root.close()
             }
 
@@ -706,6 +730,9 @@ FocusScope {
                 iconName: "view-more-symbolic"
                 iconSize: 13
                 tip: qsTr("Preferences")
+                Accessible.name: qsTr("Preferences")
+                Accessible.description: qsTr("Opens the preferences (%1)").arg(
+                                            KeyNames.shortcut("\u2318,"))
                 onClicked: root.openPreferences()
             }
         }
@@ -728,6 +755,8 @@ FocusScope {
         bottomPadding: 0
         hoverEnabled: true
         focusPolicy: Qt.NoFocus
+        Accessible.name: title
+        Accessible.description: tip
         ToolTip.visible: hovered
         ToolTip.delay: 600
         ToolTip.text: tip
@@ -776,7 +805,7 @@ FocusScope {
         width: 28
         height: 28
         hoverEnabled: true
-        focusPolicy: Qt.NoFocus
+        focusPolicy: Qt.TabFocus
         ToolTip.visible: hovered
         ToolTip.delay: 600
         ToolTip.text: tip
@@ -793,6 +822,11 @@ FocusScope {
         background: Rectangle {
             radius: width / 2
             color: PanelPalette.controlButtonFill
+        }
+
+        FocusRing {
+            visible: roundButton.visualFocus
+            radius: width / 2
         }
     }
 }

@@ -3,10 +3,38 @@
 #include "platform/QuickRenderer.h"
 
 #include <QGuiApplication>
+#include <QKeyEvent>
+#include <QKeySequence>
 #include <QLoggingCategory>
 #include <QQmlEngine>
 #include <QQuickView>
 #include <QScreen>
+
+namespace {
+
+/// Esc and the platform's close shortcut (Ctrl+W) close the window when no control inside
+/// used the key: an open drop-down list, a prompt being edited or a hotkey being recorded
+/// takes Esc first.
+class ModuleView : public QQuickView {
+public:
+    using QQuickView::QQuickView;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override
+    {
+        QQuickView::keyPressEvent(event);
+        if (event->isAccepted()) {
+            return;
+        }
+        if ((event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) ||
+            event->matches(QKeySequence::Close)) {
+            event->accept();
+            close();
+        }
+    }
+};
+
+} // namespace
 
 std::unique_ptr<QQmlEngine> createModuleEngine()
 {
@@ -20,7 +48,7 @@ std::unique_ptr<QQmlEngine> createModuleEngine()
 QQuickView* createModuleWindow(QQmlEngine* engine, const ModuleWindowSpec& spec,
                                const QLoggingCategory& log)
 {
-    auto* view = new QQuickView(engine, nullptr);
+    auto* view = new ModuleView(engine, nullptr);
     view->setTitle(spec.title);
     view->setFlags(spec.flags);
     view->setResizeMode(QQuickView::SizeRootObjectToView);

@@ -120,6 +120,14 @@ Item {
                     objectName: "apiKeyField"
                     Layout.fillWidth: true
                     echoMode: TextInput.Password
+                    Accessible.name: qsTr("API Key")
+                    // Qt Quick withholds the name of a password field from screen readers and describes
+                    // the field by its placeholder whenever they connect: the description says it instead.
+                    Accessible.description: qsTr("API Key")
+                    Accessible.onDescriptionChanged: {
+                        if (Accessible.description !== qsTr("API Key"))
+                            Accessible.description = qsTr("API Key")
+                    }
                     onTextEdited: {
                         serverForm.apiKey = text
                         tab.store.setValue("openai_api_key", text)
@@ -138,6 +146,7 @@ Item {
                     Layout.fillWidth: true
                     model: tab.models.map(m => m.entryText()).concat([qsTr("Other model\u2026")])
                     currentIndex: tab.customModel ? tab.models.length : tab.catalogueIndex
+                    Accessible.name: qsTr("Model")
                     onActivated: index => {
                         if (index < tab.models.length) {
                             tab.customModel = false
@@ -162,6 +171,7 @@ Item {
                     objectName: "customModelField"
                     Layout.fillWidth: true
                     placeholderText: qsTr("Any model the server offers, e.g. llama3.1:8b")
+                    Accessible.name: qsTr("Model ID")
                     onTextEdited: {
                         const id = text.trim()
                         if (id !== "")
@@ -211,9 +221,10 @@ Item {
             Layout.leftMargin: 4
             spacing: 4
 
-            Label {
+            LinkLabel {
                 objectName: "apiKeyLink"
-                textFormat: Text.StyledText
+                link: ModelCatalogue.apiKeyPage
+                Accessible.name: qsTr("Get your API key from %1").arg(ModelCatalogue.apiKeyHost)
                 text: qsTr("Get your API key from %1")
                       .arg("<a href=\"" + ModelCatalogue.apiKeyPage + "\">" + ModelCatalogue.apiKeyHost + "</a>")
                 linkColor: palette.link

@@ -13,6 +13,7 @@ Item {
     readonly property string copyKeys: KeyNames.shortcut("\u2318C")
     // X11 has no such permission: its trust is always granted, and nothing is asked for.
     readonly property bool permissionMissing: trust !== null && !trust.isTrusted()
+    property bool recordingFromKeyboard: false
 
     HotkeySettings {
         id: settings
@@ -59,7 +60,13 @@ Item {
                     objectName: "recorder"
                     anchors.fill: parent
                     recording: settings.isRecording
-                    onRecorded: (keyCode, modifiers) => settings.recordHotkey(keyCode, modifiers)
+                    onRecorded: (keyCode, modifiers) => {
+                        settings.recordHotkey(keyCode, modifiers)
+                        // The focus goes back to the button, with its ring when the keyboard
+                        // started the recording.
+                        recordButton.forceActiveFocus(tab.recordingFromKeyboard ? Qt.TabFocusReason
+                                                                                : Qt.OtherFocusReason)
+                    }
                 }
 
                 RowLayout {
@@ -73,10 +80,15 @@ Item {
                         Layout.fillWidth: true
                     }
                     Button {
+                        id: recordButton
                         objectName: "recordButton"
                         text: settings.isRecording ? qsTr("Press keys\u2026") : settings.hotkeyDisplay
                         Layout.minimumWidth: 120
-                        onClicked: settings.isRecording = !settings.isRecording
+                        Accessible.name: qsTr("Shortcut: %1").arg(text)
+                        onClicked: {
+                            tab.recordingFromKeyboard = visualFocus
+                            settings.isRecording = !settings.isRecording
+                        }
                     }
                     Button {
                         objectName: "clearButton"

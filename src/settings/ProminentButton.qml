@@ -33,4 +33,10 @@ Button {
         font: control.font
         color: control.enabled ? control.palette.highlightedText : control.palette.buttonText
     }
+
+    // Apart from the button's own accent-coloured edge.
+    FocusRing {
+        visible: control.visualFocus
+        spread: 4
+    }
 }

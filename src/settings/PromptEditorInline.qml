@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Layouts
 import QtQuick.Controls.Fusion
 import QtQuick.Controls.impl
+import QtQuick.Templates as T
 import Ravelo
 
 // Edits one prompt's title and system prompt in place of the list. "Save" (Return, or
@@ -33,7 +34,9 @@ ColumnLayout {
     }
     Shortcut {
         sequences: ["Return", "Enter", "Ctrl+Return", "Ctrl+Enter"]
+        // Return on a focused button presses that button instead (see WindowPane).
         enabled: editorRoot.canSave
+                 && !(editorRoot.Window.activeFocusItem instanceof T.AbstractButton)
         onActivated: editorRoot.trySave()
     }
 
@@ -52,7 +55,6 @@ ColumnLayout {
                 icon.source: "icons/chevron.left.svg"
                 icon.width: 12
                 icon.height: 12
-                focusPolicy: Qt.NoFocus
                 onClicked: editorRoot.cancel()
             }
             Item {
@@ -81,6 +83,7 @@ ColumnLayout {
             placeholderText: qsTr("Title")
             text: editorRoot.prompt.title
             focus: true
+            Accessible.name: qsTr("Title")
         }
 
         ColumnLayout {
@@ -105,6 +108,11 @@ ColumnLayout {
                     text: editorRoot.prompt.systemPrompt
                     wrapMode: TextEdit.Wrap
                     textFormat: TextEdit.PlainText
+                    Accessible.name: qsTr("System Prompt")
+                    // Tab leaves the text for the next control instead of typing a tab.
+                    Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+                    Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(
+                                               Qt.BacktabFocusReason)
                     background: Rectangle {
                         color: systemPromptArea.palette.base
                         radius: 4

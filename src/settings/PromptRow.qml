@@ -24,6 +24,10 @@ Control {
     readonly property bool current: ListView.isCurrentItem && listView.activeFocus
 
     width: ListView.view ? ListView.view.width : implicitWidth
+    Accessible.role: Accessible.ListItem
+    Accessible.name: qsTr("%1. %2").arg(row.number).arg(row.title)
+    Accessible.description: row.systemPrompt
+    Accessible.selected: ListView.isCurrentItem
     topPadding: 6
     bottomPadding: 6
     leftPadding: 8
@@ -145,7 +149,9 @@ Control {
             icon.source: "icons/pencil.svg"
             icon.width: 15
             icon.height: 15
-            focusPolicy: Qt.NoFocus
+            // Only the current row's buttons are on the Tab path, after the list itself.
+            focusPolicy: row.ListView.isCurrentItem ? Qt.TabFocus : Qt.NoFocus
+            Accessible.name: qsTr("Edit %1").arg(row.title)
             onClicked: row.editClicked()
             ToolTip.visible: hovered
             ToolTip.delay: 600
@@ -157,7 +163,8 @@ Control {
             icon.width: 15
             icon.height: 15
             icon.color: "#d93a32"
-            focusPolicy: Qt.NoFocus
+            focusPolicy: row.ListView.isCurrentItem ? Qt.TabFocus : Qt.NoFocus
+            Accessible.name: qsTr("Delete %1").arg(row.title)
             onClicked: row.deleteClicked()
             ToolTip.visible: hovered
             ToolTip.delay: 600

@@ -2,10 +2,12 @@ import QtQuick
 import QtQuick.Layouts
 import QtQuick.Controls.Fusion
 import QtQuick.Controls.impl
+import QtQuick.Templates as T
 import Ravelo
 
 // The prompt list: add, edit, delete, reorder (drag a row, or Alt+Up / Alt+Down) and
 // restore the defaults. Every change is stored and handed to the quick panel at once.
+// Up and Down walk the list, Return edits and Delete deletes the current row.
 Item {
     id: tab
 
@@ -13,6 +15,15 @@ Item {
         id: editor
         preferences: AppState.preferences
         onCommitted: stored => AppState.prompts = stored
+    }
+
+    // The row the list shows as current again when the editor closes; -1 when no editor was
+    // open.
+    property int editedRow: -1
+
+    function edit(row) {
+        editedRow = row
+        editor.editPrompt(row)
     }
 
     Component.onCompleted: editor.load(AppState.prompts)
@@ -45,7 +56,28 @@ Item {
                 Layout.fillHeight: true
                 clip: true
                 focus: true
+                activeFocusOnTab: true
                 model: editor
+                Accessible.role: Accessible.List
+                Accessible.name: qsTr("Prompts")
+
+                function showEditedRow() {
+                    if (tab.editedRow < 0) {
+                        // The arrows start from the first row.
+                        if (currentIndex < 0 && count > 0)
+                            currentIndex = 0
+                        return
+                    }
+                    currentIndex = Math.min(tab.editedRow, editor.count - 1)
+                    positionViewAtIndex(currentIndex, ListView.Contain)
+                    tab.editedRow = -1
+                }
+
+                // The rows are there once the view has been laid out.
+                Component.onCompleted: {
+                    forceActiveFocus()
+                    Qt.callLater(showEditedRow)
+                }
                 boundsBehavior: Flickable.StopAtBounds
                 ScrollBar.vertical: ScrollBar {}
 
@@ -68,9 +100,26 @@ Item {
                     } else if (mover && event.key === Qt.Key_Down) {
                         moveCurrent(1)
                         event.accepted = true
+                    } else if (event.key === Qt.Key_Up || event.key === Qt.Key_Down) {
+                        // Also from a row's Edit or Delete: the focus goes back to the rows.
+                        if (event.key === Qt.Key_Up)
+                            decrementCurrentIndex()
+                        else
+                            incrementCurrentIndex()
+                        if (currentItem)
+                            currentItem.forceActiveFocus()
+                        event.accepted = true
                     } else if (event.key === Qt.Key_Return || event.key === Qt.Key_Enter) {
+                        // A focused Edit or Delete is pressed instead (see WindowPane).
+                        if (Window.activeFocusItem instanceof T.AbstractButton) {
+                            event.accepted = false
+                            return
+                        }
                         if (currentIndex >= 0)
-                            editor.editPrompt(currentIndex)
+                            tab.edit(currentIndex)
+                        event.accepted = true
+                    } else if (event.key === Qt.Key_Delete && currentIndex >= 0) {
+                        editor.deletePrompt(currentItem.promptId)
                         event.accepted = true
                     }
                 }
@@ -92,8 +141,11 @@ Item {
 
                 delegate: PromptRow {
                     listView: list
-                    onEditClicked: editor.editPrompt(index)
-                    onDeleteClicked: editor.deletePrompt(promptId)
+                    onEditClicked: tab.edit(index)
+                    onDeleteClicked: {
+                        editor.deletePrompt(promptId)
+                        list.forceActiveFocus()
+                    }
                     onDropped: (from, to) => {
                         editor.movePrompt(from, to)
                         list.currentIndex = to
@@ -114,7 +166,10 @@ Item {
                     icon.source: "icons/plus.svg"
                     icon.width: 14
                     icon.height: 14
-                    onClicked: editor.addPrompt()
+                    onClicked: {
+                        tab.editedRow = editor.count
+                        editor.addPrompt()
+                    }
                 }
                 Item {
                     Layout.fillWidth: true

@@ -103,6 +103,13 @@ ColumnLayout {
             echoMode: TextInput.Password
             placeholderText: qsTr("Optional: local servers usually need none")
             Accessible.name: qsTr("API Key")
+            // Qt Quick withholds the name of a password field from screen readers and describes
+            // the field by its placeholder whenever they connect: the description says it instead.
+            Accessible.description: qsTr("API Key")
+            Accessible.onDescriptionChanged: {
+                if (Accessible.description !== qsTr("API Key"))
+                    Accessible.description = qsTr("API Key")
+            }
             onTextEdited: form.apiKeyEdited(text)
         }
     }

@@ -17,9 +17,20 @@ WindowPane {
     implicitWidth: 520
     implicitHeight: 420
 
+    // Ctrl+Tab and Ctrl+PgDown go to the next tab, with Shift or PgUp to the one before;
+    // the keyboard focus goes along to the tab.
+    function showTab(index) {
+        tabs.currentIndex = (index + tabs.count) % tabs.count
+        tabs.currentItem.forceActiveFocus(Qt.TabFocusReason)
+    }
+
     Shortcut {
-        sequences: [StandardKey.Close]
-        onActivated: root.Window.window.close()
+        sequences: ["Ctrl+Tab", "Ctrl+PgDown"]
+        onActivated: root.showTab(tabs.currentIndex + 1)
+    }
+    Shortcut {
+        sequences: ["Ctrl+Shift+Tab", "Ctrl+Shift+Backtab", "Ctrl+PgUp"]
+        onActivated: root.showTab(tabs.currentIndex - 1)
     }
 
     ColumnLayout {
@@ -44,6 +55,16 @@ WindowPane {
                     icon.width: 16
                     icon.height: 16
                     display: AbstractButton.TextBesideIcon
+                    // The tab bar is one stop on the Tab path, the tab showing; Left and
+                    // Right move to the tabs beside it.
+                    focusPolicy: checked ? Qt.StrongFocus : Qt.NoFocus
+                    Keys.onLeftPressed: root.showTab(tabs.currentIndex - 1)
+                    Keys.onRightPressed: root.showTab(tabs.currentIndex + 1)
+
+                    FocusRing {
+                        visible: parent.visualFocus
+                        spread: -2
+                    }
                 }
             }
         }

@@ -1,6 +1,7 @@
 import QtQuick
 import Ravelo
 import QtQuick.Controls.Fusion
+import QtQuick.Templates as T
 
 // The root of the preferences and walkthrough windows. It takes every colour from the
 // system palette, so the controls inside follow the system's light or dark appearance,
@@ -8,7 +9,18 @@ import QtQuick.Controls.Fusion
 Pane {
     id: pane
 
+    // Return or Enter on a focused push button presses it, as Space does.
+    function pressFocusedButton(event) {
+        const item = Window.activeFocusItem
+        if (item instanceof T.AbstractButton && !item.checkable && item.enabled)
+            item.clicked()
+        else
+            event.accepted = false
+    }
+
     padding: 0
+    Keys.onReturnPressed: event => pressFocusedButton(event)
+    Keys.onEnterPressed: event => pressFocusedButton(event)
     font.pixelSize: SettingsStyle.body
 
     palette.window: active.window

@@ -15,8 +15,10 @@ list(APPEND RAVELO_SOURCES
 set_source_files_properties(settings/SettingsStyle.qml PROPERTIES QT_QML_SINGLETON_TYPE TRUE
                             QT_RESOURCE_ALIAS SettingsStyle.qml)
 list(APPEND RAVELO_QML
+    settings/FocusRing.qml
     settings/FormSection.qml
     settings/GeneralTab.qml
+    settings/LinkLabel.qml
     settings/HotkeyTab.qml
     settings/PriceLabel.qml
     settings/ProminentButton.qml

@@ -1,3 +1,4 @@
+#include "KeyboardWalk.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 #include "onboarding/OnboardingWindow.h"
@@ -5,6 +6,8 @@
 
 #include <QGuiApplication>
 #include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
 #include <QQuickWindow>
 #include <QScreen>
 #include <QSignalSpy>
@@ -22,6 +25,7 @@ class TestOnboardingWindow : public QObject {
 private slots:
     void finishingStoresTheFlagThenCompletes();
     void closingStoresNothing();
+    void everyPageByKeyboardAlone();
 
 private:
     QTemporaryDir m_dir;
@@ -72,6 +76,91 @@ void TestOnboardingWindow::closingStoresNothing()
     QTRY_VERIFY(!onboarding.isVisible());
     QVERIFY(completed.isEmpty());
     QVERIFY(!store.contains(Preferences::hasCompletedOnboarding));
+}
+
+namespace {
+
+QQuickItem* item(QQuickWindow* window, const QString& name)
+{
+    return window->contentItem()->findChild<QQuickItem*>(name);
+}
+
+int currentStep(QQuickWindow* window)
+{
+    const QQuickItem* root = qobject_cast<QQuickView*>(window)->rootObject();
+    return root->property("flow").value<QObject*>()->property("currentStep").toInt();
+}
+
+QString names(const QList<QQuickItem*>& items)
+{
+    QStringList list;
+    for (const QQuickItem* it : items) {
+        list << QString::fromLatin1(it->metaObject()->className()) + u' ' + it->objectName();
+    }
+    return list.join(u", "_s);
+}
+
+} // namespace
+
+// Tab reaches every control of every page, the key is typed and the server chosen without a
+// mouse, Return on the focused Back goes back, Return elsewhere goes on, and Esc closes.
+void TestOnboardingWindow::everyPageByKeyboardAlone()
+{
+    PreferenceStore store(m_dir.filePath(u"c.conf"_s));
+    AppState state(&store);
+    AppState::setQmlInstance(&state);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    OnboardingWindow onboarding(engine.get());
+    QSignalSpy completed(&onboarding, &OnboardingWindow::completed);
+    onboarding.show();
+    QQuickWindow* window = onboarding.window();
+    QVERIFY(QTest::qWaitForWindowActive(window));
+
+    for (int step = 0; step < 4; ++step) {
+        QTRY_COMPARE(currentStep(window), step);
+        const QList<QQuickItem*> missed = KeyboardWalk::controlsTabMisses(window);
+        QVERIFY2(missed.isEmpty(), qPrintable(u"page %1: "_s.arg(step) + names(missed)));
+        if (step == 2) {
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"apiKeyField"_s)));
+            for (const char c : "sk-typed") {
+                if (c != 0) {
+                    QTest::keyClick(window, c);
+                }
+            }
+            QCOMPARE(store.string(Preferences::apiKey), u"sk-typed"_s);
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"serverChoice"_s)));
+            QTest::keyClick(window, Qt::Key_Down);
+            QTRY_VERIFY(item(window, u"serverForm"_s)->isVisible());
+            const QList<QQuickItem*> serverMissed = KeyboardWalk::controlsTabMisses(window);
+            QVERIFY2(serverMissed.isEmpty(), qPrintable(names(serverMissed)));
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"serverChoice"_s)));
+            QTest::keyClick(window, Qt::Key_Up);
+            QTRY_VERIFY(!item(window, u"serverForm"_s)->isVisible());
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"backButton"_s)));
+            QTest::keyClick(window, Qt::Key_Return);
+            QCOMPARE(currentStep(window), 1);
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"continueButton"_s)));
+            QTest::keyClick(window, Qt::Key_Return);
+            QCOMPARE(currentStep(window), 2);
+        }
+        if (step < 3) {
+            QVERIFY(KeyboardWalk::tabTo(window, item(window, u"continueButton"_s)));
+            QTest::keyClick(window, Qt::Key_Return);
+        }
+    }
+    QVERIFY(completed.isEmpty());
+    QTest::keyClick(window, Qt::Key_Escape);
+    QTRY_VERIFY(!onboarding.isVisible());
+    QVERIFY(completed.isEmpty());
+    QVERIFY(!store.contains(Preferences::hasCompletedOnboarding));
+
+    onboarding.show();
+    window = onboarding.window();
+    QVERIFY(QTest::qWaitForWindowActive(window));
+    for (int i = 0; i < 4; ++i) {
+        QTest::keyClick(window, Qt::Key_Return);
+    }
+    QCOMPARE(completed.count(), 1);
 }
 
 QTEST_MAIN(TestOnboardingWindow)

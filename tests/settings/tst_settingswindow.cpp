@@ -1,3 +1,4 @@
+#include "KeyboardWalk.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
 #include "platform/ModuleWindow.h"
@@ -23,6 +24,7 @@ class TestSettingsWindow : public QObject {
 private slots:
     void opensCentredWithFixedSize();
     void reopeningKeepsAVisibleWindowAndRebuildsAClosedOne();
+    void everyTabByKeyboardAlone();
 
 private:
     QTemporaryDir m_dir;
@@ -89,6 +91,112 @@ void TestSettingsWindow::reopeningKeepsAVisibleWindowAndRebuildsAClosedOne()
     QTRY_VERIFY(first.isNull());
     QCOMPARE(tabs(settings.window())->property("currentIndex").toInt(), 0);
     QVERIFY(settings.isVisible());
+}
+
+namespace {
+
+QQuickItem* item(QQuickWindow* window, const QString& name)
+{
+    return window->contentItem()->findChild<QQuickItem*>(name);
+}
+
+QString names(const QList<QQuickItem*>& items)
+{
+    QStringList list;
+    for (const QQuickItem* it : items) {
+        list << QString::fromLatin1(it->metaObject()->className()) + u' ' + it->objectName() +
+                    u' ' + it->property("text").toString();
+    }
+    return list.join(u", "_s);
+}
+
+void typeText(QQuickWindow* window, const QString& text)
+{
+    for (const QChar c : text) {
+        QTest::keyClick(window, c.toLatin1());
+    }
+}
+
+} // namespace
+
+// Someone without a mouse: Tab reaches every control of each tab, Ctrl+Tab / Ctrl+PgDown and
+// back switch the tabs, the prompt list is walked, edited and pruned with the arrows, Return,
+// Delete and Esc, a hotkey is recorded, and Esc closes the window.
+void TestSettingsWindow::everyTabByKeyboardAlone()
+{
+    PreferenceStore store(m_dir.filePath(u"c.conf"_s));
+    AppState state(&store);
+    AppState::setQmlInstance(&state);
+    const std::unique_ptr<QQmlEngine> engine = createModuleEngine();
+    SettingsWindow settings(engine.get());
+    settings.open();
+    QQuickWindow* window = settings.window();
+    QVERIFY(QTest::qWaitForWindowActive(window));
+    QObject* tabBar = tabs(window);
+
+    QVERIFY2(KeyboardWalk::operableControls(window).size() >= 6,
+             qPrintable(names(KeyboardWalk::operableControls(window))));
+    QList<QQuickItem*> missed = KeyboardWalk::controlsTabMisses(window);
+    QVERIFY2(missed.isEmpty(), qPrintable(names(missed)));
+    QVERIFY(KeyboardWalk::tabTo(window, item(window, u"apiKeyField"_s)));
+    typeText(window, u"sk-typed"_s);
+    QCOMPARE(store.string(Preferences::apiKey), u"sk-typed"_s);
+
+    QTest::keyClick(window, Qt::Key_PageDown, Qt::ControlModifier);
+    QCOMPARE(tabBar->property("currentIndex").toInt(), 1);
+    QTRY_VERIFY(item(window, u"promptList"_s));
+    missed = KeyboardWalk::controlsTabMisses(window);
+    QVERIFY2(missed.isEmpty(), qPrintable(names(missed)));
+    QVERIFY(KeyboardWalk::tabTo(window, item(window, u"promptList"_s)));
+    QTest::keyClick(window, Qt::Key_Down);
+    QTest::keyClick(window, Qt::Key_Return);
+    QTRY_VERIFY(item(window, u"titleField"_s));
+    QVERIFY(item(window, u"titleField"_s)->hasActiveFocus());
+    // Tab leaves the system prompt rather than typing into it.
+    missed = KeyboardWalk::controlsTabMisses(window);
+    QVERIFY2(missed.isEmpty(), qPrintable(names(missed)));
+    QVERIFY(KeyboardWalk::tabTo(window, item(window, u"titleField"_s)));
+    QTest::keyClick(window, Qt::Key_A, Qt::ControlModifier);
+    typeText(window, u"Second"_s);
+    QTest::keyClick(window, Qt::Key_Escape);
+    QTRY_VERIFY(item(window, u"promptList"_s));
+    QVERIFY(window->isVisible());
+    QCOMPARE(state.prompts().at(1).title, Prompt::defaults().at(1).title);
+    // Back on the row that was edited.
+    QVERIFY(item(window, u"promptList"_s)->hasActiveFocus());
+    QTRY_COMPARE(item(window, u"promptList"_s)->property("currentIndex").toInt(), 1);
+    QTest::keyClick(window, Qt::Key_Return);
+    QTRY_VERIFY(item(window, u"titleField"_s));
+    QTest::keyClick(window, Qt::Key_A, Qt::ControlModifier);
+    typeText(window, u"Second"_s);
+    QTest::keyClick(window, Qt::Key_Return);
+    QTRY_VERIFY(item(window, u"promptList"_s));
+    QCOMPARE(state.prompts().at(1).title, u"Second"_s);
+    QTest::keyClick(window, Qt::Key_Up);
+    QTest::keyClick(window, Qt::Key_Delete);
+    QCOMPARE(state.prompts().size(), Prompt::defaults().size() - 1);
+    QCOMPARE(state.prompts().first().title, u"Second"_s);
+
+    QTest::keyClick(window, Qt::Key_Tab, Qt::ControlModifier);
+    QCOMPARE(tabBar->property("currentIndex").toInt(), 2);
+    QTRY_VERIFY(item(window, u"recordButton"_s));
+    missed = KeyboardWalk::controlsTabMisses(window);
+    QVERIFY2(missed.isEmpty(), qPrintable(names(missed)));
+    QVERIFY(KeyboardWalk::tabTo(window, item(window, u"recordButton"_s)));
+    QTest::keyClick(window, Qt::Key_Space);
+    QTest::keyClick(window, Qt::Key_K, Qt::ControlModifier | Qt::ShiftModifier);
+    QCOMPARE(store.integer(Preferences::customHotkeyKeyCode), 40);
+    QCOMPARE(store.integer(Preferences::customHotkeyModifiers), 768);
+
+    QTest::keyClick(window, Qt::Key_Tab, Qt::ControlModifier);
+    QCOMPARE(tabBar->property("currentIndex").toInt(), 0);
+    QTest::keyClick(window, Qt::Key_Backtab, Qt::ControlModifier | Qt::ShiftModifier);
+    QCOMPARE(tabBar->property("currentIndex").toInt(), 2);
+    QTest::keyClick(window, Qt::Key_PageUp, Qt::ControlModifier);
+    QCOMPARE(tabBar->property("currentIndex").toInt(), 1);
+
+    QTest::keyClick(window, Qt::Key_Escape);
+    QTRY_VERIFY(!settings.isVisible());
 }
 
 QTEST_MAIN(TestSettingsWindow)

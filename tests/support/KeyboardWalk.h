@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QList>
+
+class QQuickItem;
+class QQuickWindow;
+
+/// Walking a window with the keyboard alone, as someone who uses no mouse does, checked
+/// against the controls the window's accessibility tree lists.
+namespace KeyboardWalk {
+
+/// The controls a user operates (buttons, fields, drop-downs, check boxes, tab bars, lists,
+/// links), as the window's accessibility tree has them, visible and enabled ones only. What is
+/// inside a drop-down, a tab bar or a list is left out: they take the focus as one.
+QList<QQuickItem*> operableControls(QQuickWindow* window);
+
+/// Presses Tab until the focus comes back to an item it has had; every item that had the
+/// focus on the way, in order. Empty when the focus never came round.
+QList<QQuickItem*> tabRound(QQuickWindow* window, int maxPresses = 60);
+
+/// The operable controls that a round of Tab never focuses, neither themselves nor inside.
+QList<QQuickItem*> controlsTabMisses(QQuickWindow* window);
+
+/// Presses Tab until `item` or something inside it has the focus; false after a round.
+bool tabTo(QQuickWindow* window, const QQuickItem* item);
+
+} // namespace KeyboardWalk
