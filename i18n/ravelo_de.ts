@@ -276,6 +276,26 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Preferences</source>
         <translation>Einstellungen</translation>
     </message>
+    <message>
+        <source>Send custom prompt</source>
+        <translation>Eigenen Prompt senden</translation>
+    </message>
+    <message>
+        <source>Saves this custom prompt as a quick action (%1)</source>
+        <translation>Speichert diesen Prompt als Schnellaktion (%1)</translation>
+    </message>
+    <message>
+        <source>Copy</source>
+        <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>Opens the preferences (%1)</source>
+        <translation>Öffnet die Einstellungen (%1)</translation>
+    </message>
 </context>
 <context>
     <name>GeneralTab</name>
@@ -342,6 +362,22 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Invalid shortcut</source>
         <translation>Ungültiges Tastenkürzel</translation>
     </message>
+    <message>
+        <source>The hotkey is taken on the X11 display.</source>
+        <translation>Das Tastenkürzel wird auf dem X11-Display belegt.</translation>
+    </message>
+    <message>
+        <source>The hotkey goes through the desktop&apos;s global shortcuts, which may ask you to confirm it.</source>
+        <translation>Das Tastenkürzel läuft über die globalen Kurzbefehle des Desktops, die Sie eventuell um Bestätigung bitten.</translation>
+    </message>
+    <message>
+        <source>The hotkey goes through KDE&apos;s global shortcuts (System Settings, Shortcuts, Ravelo).</source>
+        <translation>Das Tastenkürzel läuft über die globalen Kurzbefehle von KDE (Systemeinstellungen, Kurzbefehle, Ravelo).</translation>
+    </message>
+    <message>
+        <source>This desktop gives Ravelo no hotkey of its own: bind the command &quot;ravelo trigger&quot; to a keyboard shortcut in the desktop&apos;s settings.</source>
+        <translation>Dieser Desktop gibt Ravelo kein eigenes Tastenkürzel: Legen Sie in den Einstellungen des Desktops ein Tastenkürzel für den Befehl „ravelo trigger“ an.</translation>
+    </message>
 </context>
 <context>
     <name>HotkeyTab</name>
@@ -389,6 +425,10 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Ravelo needs Accessibility access to detect global keyboard shortcuts.</source>
         <translation>Ravelo braucht Zugriff auf die Bedienungshilfen, um globale Tastenkürzel zu erkennen.</translation>
     </message>
+    <message>
+        <source>Shortcut: %1</source>
+        <translation>Tastenkürzel: %1</translation>
+    </message>
 </context>
 <context>
     <name>HowItWorksPage</name>
@@ -419,6 +459,13 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     <message>
         <source>Press a number key or click a button. The AI result appears instantly.</source>
         <translation>Drücken Sie eine Zifferntaste oder klicken Sie auf eine Schaltfläche. Das KI-Ergebnis erscheint sofort.</translation>
+    </message>
+</context>
+<context>
+    <name>KGlobalAccelHotkey</name>
+    <message>
+        <source>Open the Ravelo panel</source>
+        <translation>Das Ravelo-Panel öffnen</translation>
     </message>
 </context>
 <context>
@@ -496,6 +543,10 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     <message>
         <source>Get Started</source>
         <translation>Los geht’s</translation>
+    </message>
+    <message>
+        <source>Page %1 of %2</source>
+        <translation>Seite %1 von %2</translation>
     </message>
 </context>
 <context>
@@ -668,6 +719,13 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
     </message>
 </context>
 <context>
+    <name>PortalGlobalShortcuts</name>
+    <message>
+        <source>Open the Ravelo panel</source>
+        <translation>Das Ravelo-Panel öffnen</translation>
+    </message>
+</context>
+<context>
     <name>PromptEditorInline</name>
     <message>
         <source>Back</source>
@@ -708,6 +766,18 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
         <source>Delete</source>
         <translation>Löschen</translation>
     </message>
+    <message>
+        <source>%1. %2</source>
+        <translation>%1. %2</translation>
+    </message>
+    <message>
+        <source>Edit %1</source>
+        <translation>%1 bearbeiten</translation>
+    </message>
+    <message>
+        <source>Delete %1</source>
+        <translation>%1 löschen</translation>
+    </message>
 </context>
 <context>
     <name>PromptsTab</name>
@@ -718,6 +788,10 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
     <message>
         <source>Reset to Defaults</source>
         <translation>Auf Standard zurücksetzen</translation>
+    </message>
+    <message>
+        <source>Prompts</source>
+        <translation>Prompts</translation>
     </message>
 </context>
 <context>
