@@ -440,6 +440,9 @@ FocusScope {
                                 id: customField
 
                                 objectName: "customField"
+                                // A writable text field reads the whole clipboard at every copy
+                                // anywhere, to know whether it could paste: only the shown one is.
+                                readOnly: !customPromptField.visible
                                 width: parent.width - 28 - 8 - sendButton.width
                                 anchors.verticalCenter: parent.verticalCenter
                                 padding: 0
