@@ -18,6 +18,10 @@ Pane {
             event.accepted = false
     }
 
+    // Set from script: a declared binding to this newer palette role is refused as unavailable
+    // "due to component versioning" when the panel's Basic controls were loaded first.
+    Component.onCompleted: palette.placeholderText = Qt.binding(() => active.placeholderText)
+
     padding: 0
     Keys.onReturnPressed: event => pressFocusedButton(event)
     Keys.onEnterPressed: event => pressFocusedButton(event)
@@ -37,7 +41,6 @@ Pane {
     palette.mid: active.mid
     palette.dark: active.dark
     palette.shadow: active.shadow
-    palette.placeholderText: active.placeholderText
     palette.link: active.window.hslLightness < 0.5 ? "#6cb4ff" : "#0b57d0"
     palette.disabled.text: disabled.text
     palette.disabled.windowText: disabled.windowText
