@@ -9,6 +9,8 @@
 #include <QLocalSocket>
 #include <QTimer>
 
+#include <algorithm>
+
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcApp, "ravelo.app", QtWarningMsg)
@@ -129,7 +131,15 @@ void SingleInstance::acceptConnections()
 void SingleInstance::readRequest(QLocalSocket* socket)
 {
     if (!socket->canReadLine()) {
-        if (socket->bytesAvailable() > maxRequestLength) {
+        // Bytes that begin no request are turned away at once, not when the time is up.
+        const QByteArray start = socket->peek(8);
+        const auto begins = [&start](QByteArrayView line) {
+            const QByteArrayView word = line.chopped(1);
+            return word.startsWith(
+                QByteArrayView(start).first(std::min(start.size(), word.size())));
+        };
+        if (socket->bytesAvailable() > maxRequestLength ||
+            !(begins(triggerLine) || begins(activateLine) || begins(quitLine))) {
             socket->abort();
         }
         return;
