@@ -336,11 +336,6 @@ void FloatingPanel::exposeEvent(QExposeEvent* event)
 {
     QQuickWindow::exposeEvent(event);
     if (m_activationPending && isExposed()) {
-        // The window manager follows the input shape only from the changes it sees once it
-        // has mapped the window: a shape set before the panel was shown is set again.
-        if (!m_inputRegion.isEmpty()) {
-            m_support->setInputRegion(this, m_inputRegion);
-        }
         m_support->activate(this);
         // Window managers may still be busy mapping the window; ask again a few times.
         QTimer::singleShot(activationRetryMs, this, [this] {
