@@ -37,6 +37,9 @@ inline constexpr PreferenceKey customHotkeyKeyCode{"custom_hotkey_keycode",
 inline constexpr PreferenceKey customHotkeyModifiers{"custom_hotkey_modifiers",
                                                      PreferenceType::Integer};
 inline constexpr PreferenceKey totalPromptsUsed{"total_prompts_used", PreferenceType::Integer};
+/// The prompts' own global hotkeys: a JSON object from prompt id to {"keycode", "modifiers"},
+/// kept apart from the prompt list so that the list's form stays as it is.
+inline constexpr PreferenceKey promptHotkeys{"prompt_hotkeys", PreferenceType::Data};
 
 /// The modifier bits a recorded hotkey can hold: Command 256, Shift 512, Option 2048 and
 /// Control 4096.
@@ -50,7 +53,8 @@ inline constexpr std::array all{apiKey,
                                 useDoubleCopy,
                                 customHotkeyKeyCode,
                                 customHotkeyModifiers,
-                                totalPromptsUsed};
+                                totalPromptsUsed,
+                                promptHotkeys};
 
 /// The entry of the table with that stored name, or none.
 const PreferenceKey* find(QStringView name);
