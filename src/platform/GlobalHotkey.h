@@ -1,22 +1,44 @@
 #pragma once
 
+#include <QList>
 #include <QObject>
+#include <QString>
 
-/// One key combination taken system-wide, reported on every press.
+/// Key combinations taken system-wide, each under an id of its own, reported on every press.
 class GlobalHotkey : public QObject {
     Q_OBJECT
 
 public:
     using QObject::QObject;
 
-    /// Takes the combination (stored virtual key code and modifier mask), replacing any
-    /// earlier one. False, without any message, when the combination cannot be had: another
-    /// client holds it, the key has no place on this keyboard, or there is no display.
-    virtual bool registerHotkey(quint32 keyCode, quint32 modifiers) = 0;
+    /// One combination (stored virtual key code and modifier mask) under its id.
+    struct Shortcut {
+        QString id;
+        quint32 keyCode = 0;
+        quint32 modifiers = 0;
+        /// What the desktop lists it as, where it lists shortcuts; empty for the backend's
+        /// own words for the panel trigger.
+        QString description;
+    };
+
+    /// The id of the combination that opens the panel.
+    static constexpr const char* triggerId = "trigger";
+
+    /// Takes every combination, replacing all earlier ones. True when all of them were
+    /// taken; a combination that cannot be had (another client holds it, the key has no place
+    /// on this keyboard, there is no display) is left out without any message.
+    virtual bool registerShortcuts(const QList<Shortcut>& shortcuts) = 0;
+    /// The panel trigger's combination alone.
+    bool registerHotkey(quint32 keyCode, quint32 modifiers)
+    {
+        return registerShortcuts({{QString::fromLatin1(triggerId), keyCode, modifiers, {}}});
+    }
     virtual void unregisterHotkey() = 0;
+    /// Whether any combination is taken.
     virtual bool isRegistered() const = 0;
+    virtual bool isRegistered(const QString& id) const = 0;
 
 signals:
-    /// Once per press of the combination; holding it down does not repeat.
-    void activated();
+    /// Once per press of the combination with that id; holding it down does not repeat.
+    void activated(const QString& id);
 };

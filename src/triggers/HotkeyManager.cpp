@@ -12,6 +12,8 @@
 #include <QLoggingCategory>
 #include <QPointer>
 
+#include <algorithm>
+
 Q_LOGGING_CATEGORY(lcTriggers, "ravelo.triggers", QtWarningMsg)
 
 namespace {
@@ -56,10 +58,7 @@ HotkeyManager::HotkeyManager(std::unique_ptr<GlobalKeyMonitor> monitor,
             }
         });
     }
-    connect(m_hotkey.get(), &GlobalHotkey::activated, this, [this] {
-        qCDebug(lcTriggers, "Hotkey pressed");
-        queueTrigger();
-    });
+    connect(m_hotkey.get(), &GlobalHotkey::activated, this, &HotkeyManager::handleActivated);
 }
 
 HotkeyManager::~HotkeyManager()
@@ -88,13 +87,42 @@ void HotkeyManager::startDoubleCopyMonitor()
     }
 }
 
+QString HotkeyManager::promptShortcutId(const QUuid& promptId)
+{
+    return QStringLiteral("prompt-") + promptId.toString(QUuid::WithoutBraces).toUpper();
+}
+
 void HotkeyManager::registerHotkey(quint32 keyCode, quint32 modifiers)
 {
-    if (m_hotkey->registerHotkey(keyCode, modifiers)) {
-        qCDebug(lcTriggers, "Hotkey %s armed", qPrintable(KeyMap::displayText(keyCode, modifiers)));
-    } else {
-        qCDebug(lcTriggers, "Hotkey %s is not available",
-                qPrintable(KeyMap::displayText(keyCode, modifiers)));
+    registerHotkeys({{QString::fromLatin1(GlobalHotkey::triggerId), keyCode, modifiers, {}}});
+}
+
+void HotkeyManager::registerHotkeys(const QList<GlobalHotkey::Shortcut>& shortcuts)
+{
+    QList<GlobalHotkey::Shortcut> distinct;
+    for (const GlobalHotkey::Shortcut& shortcut : shortcuts) {
+        const bool taken =
+            std::any_of(distinct.cbegin(), distinct.cend(), [&](const GlobalHotkey::Shortcut& s) {
+                return s.keyCode == shortcut.keyCode && s.modifiers == shortcut.modifiers;
+            });
+        if (taken) {
+            qCDebug(lcTriggers, "Hotkey %s of %s is taken already",
+                    qPrintable(KeyMap::displayText(shortcut.keyCode, shortcut.modifiers)),
+                    qPrintable(shortcut.id));
+            continue;
+        }
+        distinct.append(shortcut);
+    }
+    if (distinct.isEmpty()) {
+        m_hotkey->unregisterHotkey();
+        return;
+    }
+    m_hotkey->registerShortcuts(distinct);
+    for (const GlobalHotkey::Shortcut& shortcut : std::as_const(distinct)) {
+        qCDebug(lcTriggers, "Hotkey %s of %s %s",
+                qPrintable(KeyMap::displayText(shortcut.keyCode, shortcut.modifiers)),
+                qPrintable(shortcut.id),
+                m_hotkey->isRegistered(shortcut.id) ? "armed" : "not armed yet");
     }
 }
 
@@ -146,7 +174,12 @@ void HotkeyManager::noteOwnClipboardWrite()
 
 bool HotkeyManager::isHotkeyRegistered() const
 {
-    return m_hotkey->isRegistered();
+    return m_hotkey->isRegistered(QString::fromLatin1(GlobalHotkey::triggerId));
+}
+
+bool HotkeyManager::isPromptHotkeyRegistered(const QUuid& promptId) const
+{
+    return m_hotkey->isRegistered(promptShortcutId(promptId));
 }
 
 void HotkeyManager::setClock(Clock clock)
@@ -185,6 +218,36 @@ void HotkeyManager::handleOwnerChange(quint64 owner)
         qCDebug(lcTriggers, "Double copy seen on the clipboard");
         queueTrigger();
     }
+}
+
+void HotkeyManager::handleActivated(const QString& id)
+{
+    qCDebug(lcTriggers, "Hotkey %s pressed", qPrintable(id));
+    if (id == QLatin1String(GlobalHotkey::triggerId)) {
+        queueTrigger();
+        return;
+    }
+    const QLatin1String prefix("prompt-");
+    if (!id.startsWith(prefix)) {
+        return;
+    }
+    const QUuid promptId(QStringView(id).mid(prefix.size()));
+    if (promptId.isNull()) {
+        return;
+    }
+    QMetaObject::invokeMethod(
+        this,
+        [self = QPointer<HotkeyManager>(this), promptId] {
+            if (!self) {
+                return;
+            }
+            emit self->promptTriggered(promptId);
+            if (self && self->onPromptHotkey) {
+                const std::function<void(const QUuid&)> callback = self->onPromptHotkey;
+                callback(promptId);
+            }
+        },
+        Qt::QueuedConnection);
 }
 
 void HotkeyManager::queueTrigger()

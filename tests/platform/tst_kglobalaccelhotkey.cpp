@@ -38,7 +38,7 @@ QList<int> keysOf(const QStringList& action)
 
 /// Presses Ravelo's action as the service would on its keys; returns once the press has been
 /// sent to everyone listening.
-bool invokeRavelo()
+bool invokeRavelo(const QString& action = QStringLiteral("trigger"))
 {
     const QDBusReply<QDBusObjectPath> component =
         callService(QStringLiteral("getComponent"), {QStringLiteral("ravelo")});
@@ -46,8 +46,8 @@ bool invokeRavelo()
         return false;
     }
     const QDBusMessage reply =
-        callService(QStringLiteral("invokeShortcut"), {QStringLiteral("trigger")},
-                    component.value().path(), QStringLiteral("org.kde.kglobalaccel.Component"));
+        callService(QStringLiteral("invokeShortcut"), {action}, component.value().path(),
+                    QStringLiteral("org.kde.kglobalaccel.Component"));
     QCoreApplication::processEvents();
     return reply.type() == QDBusMessage::ReplyMessage;
 }
@@ -78,6 +78,37 @@ private slots:
         QCOMPARE(keysOf(raveloAction), QList<int>{});
         QVERIFY(invokeRavelo());
         QCOMPARE(activated.size(), 2);
+    }
+
+    void promptActionsBesideTheTrigger()
+    {
+        KGlobalAccelHotkey hotkey;
+        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
+        const QString prompt = QStringLiteral("prompt-6F9619FF-8B86-D011-B42D-00C04FC964FF");
+        const QStringList promptAction{QStringLiteral("ravelo"), prompt, QStringLiteral("Ravelo"),
+                                       QString()};
+        QVERIFY(hotkey.registerShortcuts(
+            {{QString::fromLatin1(GlobalHotkey::triggerId), keyK, ctrlShift, {}},
+             {prompt, 49, KeyMap::optionMask, QStringLiteral("Run \u201cTranslate\u201d")}}));
+        QVERIFY(hotkey.isRegistered(prompt));
+        QCOMPARE(keysOf(promptAction), QList<int>{(Qt::ALT | Qt::Key_Space).toCombined()});
+        QCOMPARE(keysOf(raveloAction), QList<int>{ctrlShiftK});
+
+        QVERIFY(invokeRavelo(prompt));
+        QTRY_COMPARE(activated.size(), 1);
+        QCOMPARE(activated.last().first().toString(), prompt);
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(activated.size(), 2);
+        QCOMPARE(activated.last().first().toString(), QStringLiteral("trigger"));
+
+        // Armed again with the trigger alone, the prompt's keys are given back.
+        QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+        QVERIFY(!hotkey.isRegistered(prompt));
+        QCOMPARE(keysOf(promptAction), QList<int>{});
+        QVERIFY(invokeRavelo(prompt));
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(activated.size(), 3);
+        QCOMPARE(activated.last().first().toString(), QStringLiteral("trigger"));
     }
 
     void combinationHeldByAnotherActionIsRefused()

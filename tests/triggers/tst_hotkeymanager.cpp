@@ -10,6 +10,8 @@
 
 #include <xkbcommon/xkbcommon-keysyms.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QStringList warnings;
@@ -295,6 +297,43 @@ private slots:
         QVERIFY(m_manager->isHotkeyRegistered());
         pressHotkey();
         QTRY_COMPARE(m_calls, 2);
+    }
+
+    void promptHotkeysFireBesideTheTrigger()
+    {
+        const QUuid translate = QUuid::createUuid();
+        const QUuid summarise = QUuid::createUuid();
+        const QString trigger = QString::fromLatin1(GlobalHotkey::triggerId);
+        // The third one repeats the trigger's keys: only the first of the two is taken.
+        m_manager->registerHotkeys(
+            {{trigger, keyK, ctrlShift, {}},
+             {HotkeyManager::promptShortcutId(translate), 49, KeyMap::optionMask, u"Translate"_s},
+             {HotkeyManager::promptShortcutId(summarise), keyK, ctrlShift, u"Summarise"_s}});
+        QVERIFY(m_manager->isHotkeyRegistered());
+        QVERIFY(m_manager->isPromptHotkeyRegistered(translate));
+        QVERIFY(!m_manager->isPromptHotkeyRegistered(summarise));
+        QList<QUuid> prompts;
+        m_manager->onPromptHotkey = [&prompts](const QUuid& id) { prompts.append(id); };
+        QSignalSpy promptTriggered(m_manager.get(), &HotkeyManager::promptTriggered);
+
+        m_keyboard->tap(XKB_KEY_space, {XKB_KEY_Alt_L});
+        QVERIFY(promptTriggered.wait());
+        pressHotkey();
+        m_keyboard->tap(XKB_KEY_space, {XKB_KEY_Alt_L});
+        settle();
+        QCOMPARE(prompts, (QList<QUuid>{translate, translate}));
+        QCOMPARE(m_calls, 1);
+        // The focused application saw none of the grabbed presses.
+        QCOMPARE(m_keyboard->takeKeyPresses().count(m_keyboard->keycode(XKB_KEY_space)), 0);
+
+        // Re-armed without the prompt, its keys are free again.
+        m_manager->stop();
+        m_manager->registerHotkey(keyK, ctrlShift);
+        QVERIFY(!m_manager->isPromptHotkeyRegistered(translate));
+        m_keyboard->tap(XKB_KEY_space, {XKB_KEY_Alt_L});
+        settle();
+        QCOMPARE(prompts.size(), 2);
+        QCOMPARE(m_keyboard->takeKeyPresses().count(m_keyboard->keycode(XKB_KEY_space)), 1);
     }
 
     void rearmingReplacesTheHotkey()

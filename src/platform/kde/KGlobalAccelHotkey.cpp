@@ -10,6 +10,9 @@
 #include <QDBusObjectPath>
 #include <QDBusReply>
 
+#include <algorithm>
+#include <utility>
+
 namespace {
 
 const QString service = QStringLiteral("org.kde.kglobalaccel");
@@ -42,65 +45,98 @@ bool KGlobalAccelHotkey::isAvailable()
            bus.interface()->isServiceRegistered(service).value();
 }
 
-QStringList KGlobalAccelHotkey::actionId() const
+QStringList KGlobalAccelHotkey::actionId(const Shortcut& shortcut) const
 {
-    return {QString::fromLatin1(componentName), QString::fromLatin1(actionName),
-            QStringLiteral("Ravelo"), tr("Open the Ravelo panel")};
+    return {QString::fromLatin1(componentName), shortcut.id, QStringLiteral("Ravelo"),
+            shortcut.description.isEmpty() ? tr("Open the Ravelo panel") : shortcut.description};
 }
 
-bool KGlobalAccelHotkey::registerHotkey(quint32 keyCode, quint32 modifiers)
+bool KGlobalAccelHotkey::take(const Shortcut& shortcut)
 {
-    unregisterHotkey();
-    const std::optional<int> qtKey = KeyMap::qtKeyForKeyCode(keyCode);
-    if (!qtKey || !isAvailable()) {
+    const std::optional<int> qtKey = KeyMap::qtKeyForKeyCode(shortcut.keyCode);
+    if (!qtKey) {
         return false;
     }
-    const int combination = *qtKey | int(KeyMap::qtModifiersForMask(modifiers));
-    call(QStringLiteral("doRegister"), {actionId()});
-    const QDBusReply<QList<int>> taken = call(
-        QStringLiteral("setShortcut"),
-        {actionId(), QVariant::fromValue(QList<int>{combination}), setPresent | noAutoloading});
+    const int combination = *qtKey | int(KeyMap::qtModifiersForMask(shortcut.modifiers));
+    const QStringList action = actionId(shortcut);
+    call(QStringLiteral("doRegister"), {action});
+    const QDBusReply<QList<int>> taken =
+        call(QStringLiteral("setShortcut"),
+             {action, QVariant::fromValue(QList<int>{combination}), setPresent | noAutoloading});
     if (!taken.isValid() || !taken.value().contains(combination)) {
         // Another action holds the combination.
         qCDebug(lcPlatform, "KDE's shortcut service did not give Ravelo %s",
-                qPrintable(KeyMap::displayText(keyCode, modifiers)));
+                qPrintable(KeyMap::displayText(shortcut.keyCode, shortcut.modifiers)));
         call(QStringLiteral("setShortcut"),
-             {actionId(), QVariant::fromValue(QList<int>{}), setPresent | noAutoloading});
+             {action, QVariant::fromValue(QList<int>{}), setPresent | noAutoloading});
+        return false;
+    }
+    return true;
+}
+
+bool KGlobalAccelHotkey::registerShortcuts(const QList<Shortcut>& shortcuts)
+{
+    unregisterHotkey();
+    if (shortcuts.isEmpty()) {
+        return true;
+    }
+    if (!isAvailable()) {
+        return false;
+    }
+    bool all = true;
+    for (const Shortcut& shortcut : shortcuts) {
+        if (take(shortcut)) {
+            m_registered.append(shortcut);
+        } else {
+            all = false;
+        }
+    }
+    if (m_registered.isEmpty()) {
         return false;
     }
     const QDBusReply<QDBusObjectPath> component =
         call(QStringLiteral("getComponent"), {QString::fromLatin1(componentName)});
     if (!component.isValid()) {
+        unregisterHotkey();
         return false;
     }
     m_componentPath = component.value().path();
     QDBusConnection::sessionBus().connect(service, m_componentPath, componentInterface,
                                           QStringLiteral("globalShortcutPressed"), this,
                                           SLOT(handlePressed(QString, QString, qlonglong)));
-    m_registered = true;
-    return true;
+    return all;
 }
 
 void KGlobalAccelHotkey::unregisterHotkey()
 {
-    if (!m_registered) {
+    if (m_registered.isEmpty()) {
         return;
     }
-    m_registered = false;
-    QDBusConnection::sessionBus().disconnect(service, m_componentPath, componentInterface,
-                                             QStringLiteral("globalShortcutPressed"), this,
-                                             SLOT(handlePressed(QString, QString, qlonglong)));
-    // The action stays known, without keys: the combination is free for others again.
-    call(QStringLiteral("setShortcut"),
-         {actionId(), QVariant::fromValue(QList<int>{}), setPresent | noAutoloading});
+    const QList<Shortcut> registered = std::exchange(m_registered, {});
+    if (!m_componentPath.isEmpty()) {
+        QDBusConnection::sessionBus().disconnect(service, m_componentPath, componentInterface,
+                                                 QStringLiteral("globalShortcutPressed"), this,
+                                                 SLOT(handlePressed(QString, QString, qlonglong)));
+        m_componentPath.clear();
+    }
+    // The actions stay known, without keys: the combinations are free for others again.
+    for (const Shortcut& shortcut : registered) {
+        call(QStringLiteral("setShortcut"),
+             {actionId(shortcut), QVariant::fromValue(QList<int>{}), setPresent | noAutoloading});
+    }
+}
+
+bool KGlobalAccelHotkey::isRegistered(const QString& id) const
+{
+    return std::any_of(m_registered.cbegin(), m_registered.cend(),
+                       [&id](const Shortcut& shortcut) { return shortcut.id == id; });
 }
 
 void KGlobalAccelHotkey::handlePressed(const QString& component, const QString& action,
                                        qlonglong timestamp)
 {
     Q_UNUSED(timestamp)
-    if (m_registered && component == QLatin1String(componentName) &&
-        action == QLatin1String(actionName)) {
-        emit activated();
+    if (component == QLatin1String(componentName) && isRegistered(action)) {
+        emit activated(action);
     }
 }

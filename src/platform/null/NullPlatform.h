@@ -35,9 +35,13 @@ class NullGlobalHotkey : public GlobalHotkey {
 public:
     using GlobalHotkey::GlobalHotkey;
 
-    bool registerHotkey(quint32, quint32) override { return false; }
+    bool registerShortcuts(const QList<Shortcut>& shortcuts) override
+    {
+        return shortcuts.isEmpty();
+    }
     void unregisterHotkey() override {}
     bool isRegistered() const override { return false; }
+    bool isRegistered(const QString&) const override { return false; }
 };
 
 /// Never trusted: no permission would let Ravelo see other applications' keys here.

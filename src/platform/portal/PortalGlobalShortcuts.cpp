@@ -13,6 +13,8 @@
 
 #include <xkbcommon/xkbcommon.h>
 
+#include <algorithm>
+
 namespace {
 
 const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
@@ -138,23 +140,41 @@ bool PortalGlobalShortcuts::request(const QString& method, QVariantList argument
     return true;
 }
 
-bool PortalGlobalShortcuts::registerHotkey(quint32 keyCode, quint32 modifiers)
+QVariant PortalGlobalShortcuts::portalShortcuts() const
+{
+    PortalShortcuts shortcuts;
+    for (const Wanted& wanted : m_wanted) {
+        shortcuts.append({wanted.id,
+                          {{QStringLiteral("description"), wanted.description},
+                           {QStringLiteral("preferred_trigger"), wanted.trigger}}});
+    }
+    return QVariant::fromValue(shortcuts);
+}
+
+bool PortalGlobalShortcuts::registerShortcuts(const QList<Shortcut>& shortcuts)
 {
     unregisterHotkey();
     registerTypes();
-    m_trigger = preferredTrigger(keyCode, modifiers);
-    if (m_trigger.isEmpty()) {
-        return false;
+    bool all = true;
+    for (const Shortcut& shortcut : shortcuts) {
+        const QString trigger = preferredTrigger(shortcut.keyCode, shortcut.modifiers);
+        if (trigger.isEmpty()) {
+            all = false;
+            continue;
+        }
+        m_wanted.append(
+            {shortcut.id, trigger,
+             shortcut.description.isEmpty() ? tr("Open the Ravelo panel") : shortcut.description});
     }
-    const PortalShortcuts shortcuts{{QString::fromLatin1(shortcutId),
-                                     {{QStringLiteral("description"), tr("Open the Ravelo panel")},
-                                      {QStringLiteral("preferred_trigger"), m_trigger}}}};
+    if (m_wanted.isEmpty()) {
+        return all;
+    }
     // The shortcuts go along with the session too: the KDE portal of Plasma 5.27 binds them
     // only from there.
-    return request(
+    const bool sent = request(
         QStringLiteral("CreateSession"), {},
         {{QStringLiteral("session_handle_token"), sessionToken},
-         {QStringLiteral("shortcuts"), QVariant::fromValue(shortcuts)}},
+         {QStringLiteral("shortcuts"), portalShortcuts()}},
         [this](uint response, const QVariantMap& results) {
             if (response != 0) {
                 emit bindingFinished(false);
@@ -173,28 +193,34 @@ bool PortalGlobalShortcuts::registerHotkey(quint32 keyCode, quint32 modifiers)
                 SLOT(handleActivated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
             bind();
         });
+    return sent && all;
 }
 
 void PortalGlobalShortcuts::bind()
 {
-    const PortalShortcuts shortcuts{{QString::fromLatin1(shortcutId),
-                                     {{QStringLiteral("description"), tr("Open the Ravelo panel")},
-                                      {QStringLiteral("preferred_trigger"), m_trigger}}}};
     const bool sent =
         request(QStringLiteral("BindShortcuts"),
-                {QVariant::fromValue(QDBusObjectPath(m_session)), QVariant::fromValue(shortcuts),
-                 QString()},
-                {}, [this](uint response, const QVariantMap& results) {
+                {QVariant::fromValue(QDBusObjectPath(m_session)), portalShortcuts(), QString()}, {},
+                [this](uint response, const QVariantMap& results) {
                     Q_UNUSED(results)
-                    // An empty list back still leaves the shortcut bound through the session.
+                    // An empty list back still leaves the shortcuts bound through the session.
                     m_bound = response == 0;
-                    qCDebug(lcPlatform, "The desktop portal %s the hotkey %s",
-                            m_bound ? "bound" : "did not bind", qPrintable(m_trigger));
+                    for (const Wanted& wanted : std::as_const(m_wanted)) {
+                        qCDebug(lcPlatform, "The desktop portal %s the hotkey %s for %s",
+                                m_bound ? "bound" : "did not bind", qPrintable(wanted.trigger),
+                                qPrintable(wanted.id));
+                    }
                     emit bindingFinished(m_bound);
                 });
     if (!sent) {
         emit bindingFinished(false);
     }
+}
+
+bool PortalGlobalShortcuts::isRegistered(const QString& id) const
+{
+    return m_bound && std::any_of(m_wanted.cbegin(), m_wanted.cend(),
+                                  [&id](const Wanted& wanted) { return wanted.id == id; });
 }
 
 void PortalGlobalShortcuts::handleResponse(uint response, const QVariantMap& results)
@@ -209,8 +235,8 @@ void PortalGlobalShortcuts::handleActivated(const QDBusObjectPath& session, cons
 {
     Q_UNUSED(timestamp)
     Q_UNUSED(options)
-    if (m_bound && session.path() == m_session && shortcut == QLatin1String(shortcutId)) {
-        emit activated();
+    if (isRegistered(shortcut) && session.path() == m_session) {
+        emit activated(shortcut);
     }
 }
 
@@ -218,6 +244,7 @@ void PortalGlobalShortcuts::unregisterHotkey()
 {
     m_pending = nullptr;
     m_bound = false;
+    m_wanted.clear();
     closeSession();
 }
 

@@ -10,9 +10,10 @@
 
 /// The hotkey through the desktop portal's GlobalShortcuts interface (KDE Plasma 5.27 and
 /// later, GNOME 48 and later, Hyprland): Ravelo's one shortcut, "trigger", is bound in a
-/// session of the portal with the recorded combination as its preferred trigger; the desktop
-/// may let the user change it. Binding takes a round trip through the portal, so
-/// `registerHotkey` answers at once and `isRegistered` turns true once the portal has bound it.
+/// session of the portal with the recorded combination as its preferred trigger, and each
+/// prompt's shortcut ("prompt-<id>") beside it in the same session; the desktop may let the
+/// user change them. Binding takes a round trip through the portal, so `registerShortcuts`
+/// answers at once and `isRegistered` turns true once the portal has bound them.
 class PortalGlobalShortcuts : public GlobalHotkey {
     Q_OBJECT
 
@@ -23,14 +24,13 @@ public:
     /// Whether the portal on the session bus offers global shortcuts.
     static bool isAvailable();
 
-    bool registerHotkey(quint32 keyCode, quint32 modifiers) override;
+    bool registerShortcuts(const QList<Shortcut>& shortcuts) override;
     void unregisterHotkey() override;
     bool isRegistered() const override { return m_bound; }
+    bool isRegistered(const QString& id) const override;
 
     /// The trigger as the portal takes it: "CTRL+SHIFT+k"; empty for keys without a keysym.
     static QString preferredTrigger(quint32 keyCode, quint32 modifiers);
-
-    static constexpr const char* shortcutId = "trigger";
 
 signals:
     /// The portal has answered the binding: whether the shortcut is bound.
@@ -45,10 +45,17 @@ private:
     using ResponseHandler = std::function<void(uint, const QVariantMap&)>;
     bool request(const QString& method, QVariantList arguments, QVariantMap options,
                  ResponseHandler handler);
+    /// The wanted shortcuts as the portal takes them, a(sa{sv}).
+    QVariant portalShortcuts() const;
     void bind();
     void closeSession();
 
-    QString m_trigger;
+    struct Wanted {
+        QString id;
+        QString trigger;
+        QString description;
+    };
+    QList<Wanted> m_wanted;
     QString m_session;
     QString m_requestPath;
     ResponseHandler m_pending;

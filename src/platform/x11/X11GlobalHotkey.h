@@ -4,13 +4,13 @@
 #include "platform/x11/X11Helpers.h"
 
 #include <memory>
-#include <optional>
+#include <vector>
 
 class X11Connection;
 
-/// The hotkey as a passive key grab on the root window, in every combination with Caps Lock
-/// and Num Lock so that it works with either on. Grabs are checked: when another client
-/// holds the combination the hotkey stays inactive and nothing is printed.
+/// The combinations as passive key grabs on the root window, each in every combination with
+/// Caps Lock and Num Lock so that it works with either on. Grabs are checked: when another
+/// client holds a combination that one stays inactive and nothing is printed.
 class X11GlobalHotkey : public GlobalHotkey {
     Q_OBJECT
 
@@ -18,24 +18,24 @@ public:
     using GlobalHotkey::GlobalHotkey;
     ~X11GlobalHotkey() override;
 
-    bool registerHotkey(quint32 keyCode, quint32 modifiers) override;
+    bool registerShortcuts(const QList<Shortcut>& shortcuts) override;
     void unregisterHotkey() override;
-    bool isRegistered() const override { return !m_grabs.isEmpty(); }
+    bool isRegistered() const override;
+    bool isRegistered(const QString& id) const override;
 
 private:
-    bool grab();
-    void handleKeyPress(quint8 keycode, quint16 state);
-    void handleKeyRelease(quint8 keycode);
-    void handleKeymapChange();
-
-    struct Wanted {
-        quint32 keyCode;
-        quint32 modifiers;
+    struct Grab {
+        Shortcut shortcut;
+        X11KeyGrabs grabs;
+        quint16 state = 0;
+        bool held = false;
     };
 
+    bool grab(Grab& grab);
+    bool grabAll();
+    void handleKeyPress(quint8 keycode, quint16 state);
+    void handleKeyRelease(quint8 keycode);
+
     std::shared_ptr<X11Connection> m_connection;
-    std::optional<Wanted> m_wanted;
-    X11KeyGrabs m_grabs;
-    quint16 m_state = 0;
-    bool m_held = false;
+    std::vector<std::unique_ptr<Grab>> m_grabs;
 };
