@@ -3,6 +3,7 @@
 #include "model/PreferenceStore.h"
 #include "platform/KeyMap.h"
 #include "platform/PlatformServices.h"
+#include "settings/HotkeyConflict.h"
 
 using namespace Qt::StringLiterals;
 
@@ -63,6 +64,13 @@ void HotkeySettings::load()
 void HotkeySettings::recordHotkey(quint32 keyCode, quint32 modifiers)
 {
     if (m_preferences) {
+        const QString conflict =
+            HotkeyConflict::forTrigger(*m_preferences, StoredHotkey{keyCode, modifiers});
+        setConflictText(conflict);
+        if (!conflict.isEmpty()) {
+            setIsRecording(false);
+            return;
+        }
         m_preferences->setInteger(Preferences::customHotkeyKeyCode, keyCode);
         m_preferences->setInteger(Preferences::customHotkeyModifiers, modifiers);
     }
@@ -72,6 +80,7 @@ void HotkeySettings::recordHotkey(quint32 keyCode, quint32 modifiers)
 
 void HotkeySettings::clearHotkey()
 {
+    setConflictText(QString());
     if (m_preferences) {
         m_preferences->setInteger(Preferences::customHotkeyKeyCode, 0);
         m_preferences->setInteger(Preferences::customHotkeyModifiers, 0);
@@ -104,6 +113,15 @@ void HotkeySettings::loadHotkeyDisplay()
     }
     m_hotkeyDisplay = text;
     emit hotkeyDisplayChanged();
+}
+
+void HotkeySettings::setConflictText(const QString& text)
+{
+    if (m_conflictText == text) {
+        return;
+    }
+    m_conflictText = text;
+    emit conflictTextChanged();
 }
 
 void HotkeySettings::refreshHasHotkey()

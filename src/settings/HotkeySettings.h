@@ -22,6 +22,8 @@ class HotkeySettings : public QObject {
     /// Whether a key code other than 0 is stored, as the store holds it now.
     Q_PROPERTY(bool hasHotkey READ hasHotkey NOTIFY hasHotkeyChanged)
     Q_PROPERTY(bool isRecording READ isRecording WRITE setIsRecording NOTIFY isRecordingChanged)
+    /// Why the last recorded combination was refused; empty once one is taken or cleared.
+    Q_PROPERTY(QString conflictText READ conflictText NOTIFY conflictTextChanged)
     /// One line on how this session gives Ravelo its hotkey.
     Q_PROPERTY(QString hotkeyPathText READ hotkeyPathText CONSTANT)
 
@@ -38,12 +40,14 @@ public:
     bool hasHotkey() const { return m_hasHotkey; }
 
     bool isRecording() const { return m_isRecording; }
+    QString conflictText() const { return m_conflictText; }
     static QString hotkeyPathText();
     void setIsRecording(bool recording);
 
     /// Reads the switch and the hotkey from the store; a stored "off" is written back.
     Q_INVOKABLE void load();
-    /// Stores a recorded combination, shows it and ends recording.
+    /// Stores a recorded combination, shows it and ends recording. A combination a prompt
+    /// runs on is refused with `conflictText`, and recording ends all the same.
     Q_INVOKABLE void recordHotkey(quint32 keyCode, quint32 modifiers);
     /// Stores 0 and 0: no hotkey.
     Q_INVOKABLE void clearHotkey();
@@ -59,10 +63,12 @@ signals:
     void hotkeyDisplayChanged();
     void hasHotkeyChanged();
     void isRecordingChanged();
+    void conflictTextChanged();
 
 private:
     void loadHotkeyDisplay();
     void refreshHasHotkey();
+    void setConflictText(const QString& text);
 
     QPointer<PreferenceStore> m_preferences;
     QMetaObject::Connection m_storeConnection;
@@ -70,4 +76,5 @@ private:
     QString m_hotkeyDisplay;
     bool m_hasHotkey = false;
     bool m_isRecording = false;
+    QString m_conflictText;
 };

@@ -101,6 +101,12 @@ Item {
                 }
             }
             SettingsCaption {
+                objectName: "conflictCaption"
+                visible: text.length > 0
+                text: settings.conflictText
+                color: "#d93a32"
+            }
+            SettingsCaption {
                 text: qsTr("Set a custom keyboard shortcut as an alternative trigger. Works alongside double-copy if both are enabled.")
             }
             SettingsCaption {

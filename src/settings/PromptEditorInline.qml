@@ -5,14 +5,18 @@ import QtQuick.Controls.impl
 import QtQuick.Templates as T
 import Ravelo
 
-// Edits one prompt's title and system prompt in place of the list. "Save" (Return, or
-// Ctrl+Return inside the system prompt) needs both texts; Esc, "Cancel" and "Back" leave
-// without a change.
+// Edits one prompt's title, system prompt and global hotkey in place of the list. "Save"
+// (Return, or Ctrl+Return inside the system prompt) needs both texts; Esc, "Cancel" and "Back"
+// leave without a change.
 ColumnLayout {
     id: editorRoot
 
     required property prompt prompt
     required property bool isNew
+    // Holds the hotkey being edited until the prompt is saved.
+    required property PromptListEditor listEditor
+    property bool recordingHotkey: false
+    property bool recordingFromKeyboard: false
 
     // The prompt's id and number stay as they came in; only the two texts change.
     signal save(string title, string systemPrompt)
@@ -125,6 +129,67 @@ ColumnLayout {
                     }
                 }
             }
+        }
+
+        Item {
+            Layout.fillWidth: true
+            implicitHeight: hotkeyRow.implicitHeight
+
+            // Behind the row: takes the keyboard while recording.
+            HotkeyRecorder {
+                objectName: "promptHotkeyRecorder"
+                anchors.fill: parent
+                recording: editorRoot.recordingHotkey
+                onRecorded: (keyCode, modifiers) => {
+                    editorRoot.listEditor.recordHotkey(keyCode, modifiers)
+                    editorRoot.recordingHotkey = false
+                    hotkeyButton.forceActiveFocus(editorRoot.recordingFromKeyboard ? Qt.TabFocusReason
+                                                                                   : Qt.OtherFocusReason)
+                }
+            }
+
+            RowLayout {
+                id: hotkeyRow
+                anchors.fill: parent
+
+                Label {
+                    text: qsTr("Hotkey:")
+                }
+                Item {
+                    Layout.fillWidth: true
+                }
+                Button {
+                    id: hotkeyButton
+                    objectName: "promptHotkeyButton"
+                    text: editorRoot.recordingHotkey ? qsTr("Press keys\u2026")
+                                                     : editorRoot.listEditor.editingHotkey.length > 0
+                                                       ? editorRoot.listEditor.editingHotkey
+                                                       : qsTr("Not set")
+                    Layout.minimumWidth: 120
+                    Accessible.name: qsTr("Hotkey: %1").arg(text)
+                    onClicked: {
+                        editorRoot.recordingFromKeyboard = visualFocus
+                        editorRoot.recordingHotkey = !editorRoot.recordingHotkey
+                    }
+                }
+                Button {
+                    objectName: "promptHotkeyClearButton"
+                    visible: editorRoot.listEditor.editingHotkey.length > 0
+                    text: qsTr("Clear")
+                    flat: true
+                    palette.buttonText: "#d93a32"
+                    onClicked: editorRoot.listEditor.clearHotkey()
+                }
+            }
+        }
+        SettingsCaption {
+            objectName: "promptHotkeyConflict"
+            visible: text.length > 0
+            text: editorRoot.listEditor.hotkeyConflict
+            color: "#d93a32"
+        }
+        SettingsCaption {
+            text: qsTr("Pressing it anywhere opens the panel with the copied text and runs this prompt at once.")
         }
     }
 

@@ -2,6 +2,8 @@
 
 #include "model/PreferenceStore.h"
 #include "model/PromptStore.h"
+#include "platform/KeyMap.h"
+#include "settings/HotkeyConflict.h"
 #include "settings/SettingsLogging.h"
 
 #include <algorithm>
@@ -18,6 +20,7 @@ void PromptListEditor::setPreferences(PreferenceStore* preferences)
         return;
     }
     m_preferences = preferences;
+    reloadHotkeys();
     emit preferencesChanged();
 }
 
@@ -42,6 +45,11 @@ QVariant PromptListEditor::data(const QModelIndex& index, int role) const
         return prompt.title;
     case SystemPromptRole:
         return prompt.systemPrompt;
+    case HotkeyRole: {
+        const auto hotkey = m_hotkeys.constFind(prompt.id);
+        return hotkey == m_hotkeys.cend() ? QString()
+                                          : KeyMap::displayText(hotkey->keyCode, hotkey->modifiers);
+    }
     default:
         return {};
     }
@@ -52,7 +60,8 @@ QHash<int, QByteArray> PromptListEditor::roleNames() const
     return {{IdRole, "promptId"},
             {NumberRole, "number"},
             {TitleRole, "title"},
-            {SystemPromptRole, "systemPrompt"}};
+            {SystemPromptRole, "systemPrompt"},
+            {HotkeyRole, "hotkey"}};
 }
 
 void PromptListEditor::load(const QList<Prompt>& prompts)
@@ -60,6 +69,9 @@ void PromptListEditor::load(const QList<Prompt>& prompts)
     const int before = count();
     beginResetModel();
     m_prompts = prompts;
+    if (m_preferences) {
+        m_hotkeys = PromptHotkeys::load(*m_preferences);
+    }
     endResetModel();
     if (before != count()) {
         emit countChanged();
@@ -110,7 +122,55 @@ void PromptListEditor::saveEditing(const QString& title, const QString& systemPr
     Prompt edited = *m_editingPrompt;
     edited.title = title;
     edited.systemPrompt = systemPrompt;
+    const std::optional<StoredHotkey> hotkey = m_editingHotkey;
     savePrompt(edited);
+    if (!m_preferences) {
+        return;
+    }
+    PromptHotkeys::Map hotkeys = PromptHotkeys::load(*m_preferences);
+    const auto stored = hotkeys.constFind(edited.id);
+    const std::optional<StoredHotkey> before =
+        stored == hotkeys.cend() ? std::nullopt : std::optional(*stored);
+    if (before == hotkey) {
+        return;
+    }
+    if (hotkey) {
+        hotkeys.insert(edited.id, *hotkey);
+    } else {
+        hotkeys.remove(edited.id);
+    }
+    PromptHotkeys::save(*m_preferences, hotkeys);
+    reloadHotkeys();
+}
+
+QString PromptListEditor::editingHotkey() const
+{
+    return m_editingHotkey
+               ? KeyMap::displayText(m_editingHotkey->keyCode, m_editingHotkey->modifiers)
+               : QString();
+}
+
+bool PromptListEditor::recordHotkey(quint32 keyCode, quint32 modifiers)
+{
+    if (!m_editingPrompt) {
+        return false;
+    }
+    const StoredHotkey hotkey{keyCode, modifiers};
+    const QString conflict =
+        m_preferences ? HotkeyConflict::forPrompt(*m_preferences, hotkey, m_editingPrompt->id)
+                      : QString();
+    setHotkeyConflict(conflict);
+    if (!conflict.isEmpty()) {
+        return false;
+    }
+    setEditingHotkey(hotkey);
+    return true;
+}
+
+void PromptListEditor::clearHotkey()
+{
+    setHotkeyConflict(QString());
+    setEditingHotkey(std::nullopt);
 }
 
 void PromptListEditor::cancelEdit()
@@ -135,6 +195,13 @@ void PromptListEditor::deletePrompt(const QString& id)
     emit countChanged();
     renumber();
     commit();
+    if (m_preferences) {
+        PromptHotkeys::Map hotkeys = PromptHotkeys::load(*m_preferences);
+        if (hotkeys.remove(QUuid(id)) > 0) {
+            PromptHotkeys::save(*m_preferences, hotkeys);
+            reloadHotkeys();
+        }
+    }
 }
 
 void PromptListEditor::movePrompts(const QList<int>& rows, int destination)
@@ -197,6 +264,10 @@ void PromptListEditor::resetToDefaults()
         emit countChanged();
     }
     commit();
+    if (m_preferences && !PromptHotkeys::load(*m_preferences).isEmpty()) {
+        PromptHotkeys::save(*m_preferences, {});
+        reloadHotkeys();
+    }
 }
 
 void PromptListEditor::renumber()
@@ -227,5 +298,40 @@ void PromptListEditor::setEditing(std::optional<Prompt> prompt, bool isNew)
     }
     m_editingPrompt = std::move(prompt);
     m_isNewPrompt = isNew;
+    setHotkeyConflict(QString());
+    const auto hotkey =
+        m_editingPrompt ? m_hotkeys.constFind(m_editingPrompt->id) : m_hotkeys.cend();
+    setEditingHotkey(hotkey == m_hotkeys.cend() ? std::nullopt : std::optional(*hotkey));
     emit editingChanged();
+}
+
+void PromptListEditor::setEditingHotkey(std::optional<StoredHotkey> hotkey)
+{
+    if (m_editingHotkey == hotkey) {
+        return;
+    }
+    m_editingHotkey = hotkey;
+    emit editingHotkeyChanged();
+}
+
+void PromptListEditor::setHotkeyConflict(const QString& text)
+{
+    if (m_hotkeyConflict == text) {
+        return;
+    }
+    m_hotkeyConflict = text;
+    emit hotkeyConflictChanged();
+}
+
+void PromptListEditor::reloadHotkeys()
+{
+    PromptHotkeys::Map hotkeys =
+        m_preferences ? PromptHotkeys::load(*m_preferences) : PromptHotkeys::Map();
+    if (hotkeys == m_hotkeys) {
+        return;
+    }
+    m_hotkeys = std::move(hotkeys);
+    if (count() > 0) {
+        emit dataChanged(index(0), index(count() - 1), {HotkeyRole});
+    }
 }

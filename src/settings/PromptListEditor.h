@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/Prompt.h"
+#include "model/PromptHotkeys.h"
 
 #include <QAbstractListModel>
 #include <QPointer>
@@ -25,9 +26,13 @@ class PromptListEditor : public QAbstractListModel {
     Q_PROPERTY(bool editing READ editing NOTIFY editingChanged)
     Q_PROPERTY(Prompt editingPrompt READ editingPrompt NOTIFY editingChanged)
     Q_PROPERTY(bool isNewPrompt READ isNewPrompt NOTIFY editingChanged)
+    /// The open prompt's global hotkey as the editor shows it; empty when it has none.
+    Q_PROPERTY(QString editingHotkey READ editingHotkey NOTIFY editingHotkeyChanged)
+    /// Why the last combination recorded in the editor was refused; empty otherwise.
+    Q_PROPERTY(QString hotkeyConflict READ hotkeyConflict NOTIFY hotkeyConflictChanged)
 
 public:
-    enum Role { IdRole = Qt::UserRole + 1, NumberRole, TitleRole, SystemPromptRole };
+    enum Role { IdRole = Qt::UserRole + 1, NumberRole, TitleRole, SystemPromptRole, HotkeyRole };
     Q_ENUM(Role)
 
     explicit PromptListEditor(QObject* parent = nullptr);
@@ -41,6 +46,8 @@ public:
     bool editing() const { return m_editingPrompt.has_value(); }
     Prompt editingPrompt() const { return m_editingPrompt.value_or(Prompt{}); }
     bool isNewPrompt() const { return m_isNewPrompt; }
+    QString editingHotkey() const;
+    QString hotkeyConflict() const { return m_hotkeyConflict; }
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -56,11 +63,15 @@ public:
     /// Puts the prompt in place of the one with its id, or at the end when none has it,
     /// then closes the editor.
     Q_INVOKABLE void savePrompt(const Prompt& prompt);
-    /// Saves the prompt open in the editor with these texts.
+    /// Saves the prompt open in the editor with these texts and the hotkey chosen there.
     Q_INVOKABLE void saveEditing(const QString& title, const QString& systemPrompt);
     Q_INVOKABLE void cancelEdit();
+    /// Gives the open prompt this combination (stored when the prompt is saved); one that
+    /// opens the panel or runs another prompt is refused with `hotkeyConflict`.
+    Q_INVOKABLE bool recordHotkey(quint32 keyCode, quint32 modifiers);
+    Q_INVOKABLE void clearHotkey();
 
-    /// Removes every prompt with this id.
+    /// Removes every prompt with this id, and its hotkey.
     Q_INVOKABLE void deletePrompt(const QString& id);
     /// Moves the rows to `destination`, an index into the list before the move; the moved
     /// rows keep their order.
@@ -73,6 +84,8 @@ signals:
     void preferencesChanged();
     void countChanged();
     void editingChanged();
+    void editingHotkeyChanged();
+    void hotkeyConflictChanged();
     /// The list as stored after a change, sorted by number as the store reads it.
     void committed(const QList<Prompt>& stored);
 
@@ -80,9 +93,15 @@ private:
     void renumber();
     void commit();
     void setEditing(std::optional<Prompt> prompt, bool isNew);
+    void setEditingHotkey(std::optional<StoredHotkey> hotkey);
+    void setHotkeyConflict(const QString& text);
+    void reloadHotkeys();
 
     QPointer<PreferenceStore> m_preferences;
     QList<Prompt> m_prompts;
     std::optional<Prompt> m_editingPrompt;
     bool m_isNewPrompt = false;
+    PromptHotkeys::Map m_hotkeys;
+    std::optional<StoredHotkey> m_editingHotkey;
+    QString m_hotkeyConflict;
 };

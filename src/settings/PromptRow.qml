@@ -4,8 +4,8 @@ import QtQuick.Layouts
 import QtQuick.Controls.Fusion
 import QtQuick.Controls.impl
 
-// One prompt of the Prompts tab: number, title, two lines of the system prompt, and the
-// edit and delete buttons. The row can be dragged to another place in the list.
+// One prompt of the Prompts tab: number, title, two lines of the system prompt, its hotkey
+// when it has one, and the edit and delete buttons. The row can be dragged to another place in the list.
 Control {
     id: row
 
@@ -14,6 +14,7 @@ Control {
     required property int number
     required property string title
     required property string systemPrompt
+    required property string hotkey
     required property ListView listView
 
     signal editClicked
@@ -143,6 +144,14 @@ Control {
                 font.pixelSize: SettingsStyle.caption
                 color: SettingsStyle.secondary(row.palette.windowText)
             }
+        }
+        Label {
+            objectName: "hotkey"
+            visible: row.hotkey.length > 0
+            text: row.hotkey
+            font.pixelSize: SettingsStyle.caption
+            color: SettingsStyle.secondary(row.palette.windowText)
+            Accessible.name: qsTr("Hotkey: %1").arg(row.hotkey)
         }
         ToolButton {
             objectName: "editButton"

@@ -38,6 +38,7 @@ Item {
         PromptEditorInline {
             prompt: editor.editingPrompt
             isNew: editor.isNewPrompt
+            listEditor: editor
             onSave: (title, systemPrompt) => editor.saveEditing(title, systemPrompt)
             onCancel: editor.cancelEdit()
         }

@@ -1,6 +1,7 @@
 # The preferences window: its tabs, the model catalogue, the prompt list editor and the
 # hotkey recorder.
 list(APPEND RAVELO_SOURCES
+    settings/HotkeyConflict.cpp settings/HotkeyConflict.h
     settings/HotkeyRecorder.cpp settings/HotkeyRecorder.h
     settings/HotkeyRecording.cpp settings/HotkeyRecording.h
     settings/HotkeySettings.cpp settings/HotkeySettings.h

@@ -1,4 +1,5 @@
 #include "model/PreferenceStore.h"
+#include "model/PromptHotkeys.h"
 #include "model/PromptStore.h"
 #include "settings/HotkeySettings.h"
 #include "settings/PromptListEditor.h"
@@ -8,6 +9,8 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+
+Q_DECLARE_METATYPE(StoredHotkey)
 
 class TestPromptListEditor : public QObject {
     Q_OBJECT
@@ -22,6 +25,11 @@ private slots:
     void hotkeyDisplay_data();
     void hotkeyDisplay();
     void hotkeyLoadWritesBackAStoredOff();
+    void promptHotkeyIsStoredWithThePrompt();
+    void promptHotkeyConflicts_data();
+    void promptHotkeyConflicts();
+    void deleteAndResetDropHotkeys();
+    void triggerRecorderRefusesAPromptsHotkey();
 
 private:
     QList<Prompt> lettered(const QString& letters);
@@ -197,6 +205,142 @@ void TestPromptListEditor::hotkeyLoadWritesBackAStoredOff()
     QVERIFY(!again.useDoubleCopy());
     QCOMPARE(changed.count(), 1);
     QCOMPARE(store.boolean(Preferences::useDoubleCopy), false);
+}
+
+namespace {
+
+constexpr StoredHotkey ctrlShiftK{40, 768};
+constexpr StoredHotkey ctrlShiftJ{38, 768};
+constexpr StoredHotkey ctrlK{40, 256};
+constexpr StoredHotkey altSpace{49, 2048};
+
+} // namespace
+
+void TestPromptListEditor::promptHotkeyIsStoredWithThePrompt()
+{
+    PreferenceStore store(m_path);
+    PromptListEditor editor;
+    editor.setPreferences(&store);
+    editor.load(lettered(u"AB"_s));
+    const QUuid a = editor.prompts().at(0).id;
+    const QModelIndex rowA = editor.index(0);
+
+    editor.editPrompt(0);
+    QVERIFY(editor.editingHotkey().isEmpty());
+    QVERIFY(editor.recordHotkey(ctrlShiftK.keyCode, ctrlShiftK.modifiers));
+    QCOMPARE(editor.editingHotkey(), u"Ctrl+Shift+K"_s);
+    // Nothing is stored before the prompt is saved, and nothing when it is not.
+    QVERIFY(PromptHotkeys::load(store).isEmpty());
+    editor.cancelEdit();
+    QVERIFY(PromptHotkeys::load(store).isEmpty());
+
+    editor.editPrompt(0);
+    QVERIFY(editor.recordHotkey(ctrlShiftK.keyCode, ctrlShiftK.modifiers));
+    editor.saveEditing(u"A"_s, u"s"_s);
+    QCOMPARE(PromptHotkeys::load(store), (PromptHotkeys::Map{{a, ctrlShiftK}}));
+    QCOMPARE(rowA.data(PromptListEditor::HotkeyRole).toString(), u"Ctrl+Shift+K"_s);
+    QVERIFY(editor.index(1).data(PromptListEditor::HotkeyRole).toString().isEmpty());
+
+    // Opened again the editor shows it; cleared and saved, it is gone.
+    editor.editPrompt(0);
+    QCOMPARE(editor.editingHotkey(), u"Ctrl+Shift+K"_s);
+    editor.clearHotkey();
+    editor.saveEditing(u"A"_s, u"s"_s);
+    QVERIFY(PromptHotkeys::load(store).isEmpty());
+    QVERIFY(rowA.data(PromptListEditor::HotkeyRole).toString().isEmpty());
+
+    // A new prompt gets its hotkey under the id it is saved with.
+    editor.addPrompt();
+    const QUuid added = editor.editingPrompt().id;
+    QVERIFY(editor.recordHotkey(altSpace.keyCode, altSpace.modifiers));
+    editor.saveEditing(u"C"_s, u"s"_s);
+    QCOMPARE(PromptHotkeys::load(store), (PromptHotkeys::Map{{added, altSpace}}));
+}
+
+void TestPromptListEditor::promptHotkeyConflicts_data()
+{
+    QTest::addColumn<StoredHotkey>("recorded");
+    QTest::addColumn<QString>("conflict");
+
+    QTest::newRow("the trigger's") << ctrlShiftK << u"Ctrl+Shift+K already opens the panel."_s;
+    QTest::newRow("another prompt's")
+        << ctrlShiftJ << u"Ctrl+Shift+J already runs \u201cB\u201d."_s;
+    QTest::newRow("its own") << altSpace << QString();
+    QTest::newRow("a deleted prompt's") << StoredHotkey{41, 768} << QString();
+    QTest::newRow("same key, other modifiers") << ctrlK << QString();
+}
+
+void TestPromptListEditor::promptHotkeyConflicts()
+{
+    QFETCH(StoredHotkey, recorded);
+    QFETCH(QString, conflict);
+
+    PreferenceStore store(m_path);
+    store.setInteger(Preferences::customHotkeyKeyCode, ctrlShiftK.keyCode);
+    store.setInteger(Preferences::customHotkeyModifiers, ctrlShiftK.modifiers);
+    PromptListEditor editor;
+    editor.setPreferences(&store);
+    const QList<Prompt> prompts = lettered(u"AB"_s);
+    PromptStore::save(store, prompts);
+    PromptHotkeys::save(store, {{prompts.at(0).id, altSpace},
+                                {prompts.at(1).id, ctrlShiftJ},
+                                {QUuid::createUuid(), StoredHotkey{41, 768}}});
+    editor.load(prompts);
+
+    editor.editPrompt(0);
+    QCOMPARE(editor.recordHotkey(recorded.keyCode, recorded.modifiers), conflict.isEmpty());
+    QCOMPARE(editor.hotkeyConflict(), conflict);
+    QCOMPARE(editor.editingHotkey(),
+             conflict.isEmpty() ? HotkeySettings::displayText(recorded.keyCode, recorded.modifiers)
+                                : u"Alt+Space"_s);
+    // A refused combination leaves the stored ones as they were.
+    editor.saveEditing(u"A"_s, u"s"_s);
+    QVERIFY(PromptHotkeys::load(store).value(prompts.at(0).id) ==
+            (conflict.isEmpty() ? recorded : altSpace));
+    QVERIFY(PromptHotkeys::load(store).value(prompts.at(1).id) == ctrlShiftJ);
+}
+
+void TestPromptListEditor::deleteAndResetDropHotkeys()
+{
+    PreferenceStore store(m_path);
+    PromptListEditor editor;
+    editor.setPreferences(&store);
+    const QList<Prompt> prompts = lettered(u"ABC"_s);
+    PromptStore::save(store, prompts);
+    PromptHotkeys::save(store, {{prompts.at(0).id, altSpace}, {prompts.at(1).id, ctrlShiftJ}});
+    editor.load(prompts);
+
+    editor.deletePrompt(prompts.at(0).idText());
+    QCOMPARE(PromptHotkeys::load(store), (PromptHotkeys::Map{{prompts.at(1).id, ctrlShiftJ}}));
+    // A prompt without a hotkey goes without touching the others'.
+    editor.deletePrompt(prompts.at(2).idText());
+    QCOMPARE(PromptHotkeys::load(store), (PromptHotkeys::Map{{prompts.at(1).id, ctrlShiftJ}}));
+
+    editor.resetToDefaults();
+    QVERIFY(PromptHotkeys::load(store).isEmpty());
+    QCOMPARE(PromptStore::load(store), Prompt::defaults());
+}
+
+void TestPromptListEditor::triggerRecorderRefusesAPromptsHotkey()
+{
+    PreferenceStore store(m_path);
+    const QList<Prompt> prompts = lettered(u"AB"_s);
+    PromptStore::save(store, prompts);
+    PromptHotkeys::save(store, {{prompts.at(1).id, ctrlShiftJ}});
+    HotkeySettings settings;
+    settings.setPreferences(&store);
+    settings.load();
+    settings.setIsRecording(true);
+
+    settings.recordHotkey(ctrlShiftJ.keyCode, ctrlShiftJ.modifiers);
+    QCOMPARE(settings.conflictText(), u"Ctrl+Shift+J already runs \u201cB\u201d."_s);
+    QVERIFY(!settings.isRecording());
+    QVERIFY(!store.customHotkey());
+    QCOMPARE(settings.hotkeyDisplay(), u"Not set"_s);
+
+    settings.recordHotkey(ctrlShiftK.keyCode, ctrlShiftK.modifiers);
+    QVERIFY(settings.conflictText().isEmpty());
+    QVERIFY(store.customHotkey() == ctrlShiftK);
 }
 
 QTEST_GUILESS_MAIN(TestPromptListEditor)

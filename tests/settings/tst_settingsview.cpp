@@ -1,4 +1,5 @@
 #include "QmlHarness.h"
+#include "model/PromptHotkeys.h"
 #include "model/PromptStore.h"
 #include "platform/AccessibilityTrust.h"
 #include "settings/HotkeyRecording.h"
@@ -49,6 +50,7 @@ private slots:
     void altUpMovesTheCurrentRow();
     void draggingTheLastRowToTheTop();
     void resetReplacesUserPrompts();
+    void promptEditorRecordsAHotkey();
 
     void hotkeyTabStartsIdle();
     void recordsCombinations_data();
@@ -335,6 +337,46 @@ void TestSettingsView::editingKeepsPositionAndId()
     QCOMPARE(stored[1].number, 2);
     QCOMPARE(stored[1].title, Prompt::defaults()[1].title + u"!"_s);
     QCOMPARE(stored[1].systemPrompt, Prompt::defaults()[1].systemPrompt);
+}
+
+// Ctrl+Shift+K opens the panel already: the editor says so and keeps recording's result out;
+// Alt+T is taken, saved with the prompt and shown in its row.
+void TestSettingsView::promptEditorRecordsAHotkey()
+{
+    QmlHarness harness(m_path);
+    harness.store.setInteger(Preferences::customHotkeyKeyCode, 40);
+    harness.store.setInteger(Preferences::customHotkeyModifiers, 768);
+    auto view = showTab(harness, 1);
+    QVERIFY(view);
+    auto* list = findItem<QQuickItem>(view.get(), "promptList");
+    QTRY_COMPARE(findItemsByPosition(list, "editButton").size(), 3);
+    click(findItemsByPosition(list, "editButton").at(1));
+    QTRY_VERIFY(findItem(view.get(), "promptHotkeyButton"));
+    QQuickItem* button = findItem(view.get(), "promptHotkeyButton");
+    QCOMPARE(button->property("text").toString(), u"Not set"_s);
+
+    click(button);
+    QVERIFY(HotkeyRecording::instance()->isActive());
+    QTest::keyClick(view.get(), Qt::Key_K, Qt::ControlModifier | Qt::ShiftModifier);
+    QVERIFY(!HotkeyRecording::instance()->isActive());
+    QCOMPARE(button->property("text").toString(), u"Not set"_s);
+    QCOMPARE(findItem(view.get(), "promptHotkeyConflict")->property("text").toString(),
+             u"Ctrl+Shift+K already opens the panel."_s);
+    QVERIFY(findItem(view.get(), "promptHotkeyConflict")->isVisible());
+
+    click(button);
+    QTest::keyClick(view.get(), Qt::Key_T, Qt::AltModifier);
+    QCOMPARE(button->property("text").toString(), u"Alt+T"_s);
+    QVERIFY(!findItem(view.get(), "promptHotkeyConflict")->isVisible());
+    QVERIFY(!harness.store.contains(Preferences::promptHotkeys));
+    click(findItem(view.get(), "saveButton"));
+
+    QTRY_VERIFY(findItem(view.get(), "promptList"));
+    QCOMPARE(PromptHotkeys::load(harness.store),
+             (PromptHotkeys::Map{{Prompt::defaults()[1].id, StoredHotkey{17, 2048}}}));
+    list = findItem<QQuickItem>(view.get(), "promptList");
+    QTRY_COMPARE(findItemsByPosition(list, "hotkey").size(), 1);
+    QCOMPARE(findItemsByPosition(list, "hotkey").first()->property("text").toString(), u"Alt+T"_s);
 }
 
 void TestSettingsView::deletingRenumbersAndTheStateFollows()
