@@ -62,6 +62,10 @@ Zum Start brauchen Sie einen API-Schlüssel.</translation>
         <source>AI-powered clipboard actions at your fingertips.</source>
         <translation>KI-Aktionen für die Zwischenablage, immer griffbereit.</translation>
     </message>
+    <message>
+        <source>Run “%1” on the copied text</source>
+        <translation>„%1“ auf den kopierten Text anwenden</translation>
+    </message>
 </context>
 <context>
     <name>AutostartEntry</name>
@@ -350,6 +354,17 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     <message>
         <source>Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens.</source>
         <translation>Preise je 1 Mio. Tokens (Standardstufe). Eine typische Anfrage braucht ca. 500–1500 Tokens.</translation>
+    </message>
+</context>
+<context>
+    <name>HotkeyConflict</name>
+    <message>
+        <source>%1 already runs “%2”.</source>
+        <translation>%1 führt schon „%2“ aus.</translation>
+    </message>
+    <message>
+        <source>%1 already opens the panel.</source>
+        <translation>%1 öffnet schon das Panel.</translation>
     </message>
 </context>
 <context>
@@ -755,6 +770,30 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
         <source>Save</source>
         <translation>Speichern</translation>
     </message>
+    <message>
+        <source>Hotkey:</source>
+        <translation>Tastenkürzel:</translation>
+    </message>
+    <message>
+        <source>Press keys…</source>
+        <translation>Tasten drücken…</translation>
+    </message>
+    <message>
+        <source>Not set</source>
+        <translation>Nicht festgelegt</translation>
+    </message>
+    <message>
+        <source>Hotkey: %1</source>
+        <translation>Tastenkürzel: %1</translation>
+    </message>
+    <message>
+        <source>Clear</source>
+        <translation>Entfernen</translation>
+    </message>
+    <message>
+        <source>Pressing it anywhere opens the panel with the copied text and runs this prompt at once.</source>
+        <translation>Wo immer Sie es drücken, öffnet es das Panel mit dem kopierten Text und führt diesen Prompt sofort aus.</translation>
+    </message>
 </context>
 <context>
     <name>PromptRow</name>
@@ -777,6 +816,10 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
     <message>
         <source>Delete %1</source>
         <translation>%1 löschen</translation>
+    </message>
+    <message>
+        <source>Hotkey: %1</source>
+        <translation>Tastenkürzel: %1</translation>
     </message>
 </context>
 <context>

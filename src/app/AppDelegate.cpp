@@ -4,6 +4,8 @@
 #include "app/AppState.h"
 #include "app/PromptRun.h"
 #include "model/PreferenceStore.h"
+#include "model/PromptHotkeys.h"
+#include "model/PromptStore.h"
 #include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
@@ -20,7 +22,9 @@
 #include <QPointer>
 #include <QQmlEngine>
 
+#include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -107,9 +111,15 @@ void AppDelegate::requestAccessibility()
 
 void AppDelegate::setupHotkeys()
 {
-    m_hotkeyManager->onTrigger = [self = QPointer<AppDelegate>(this)] {
+    const QPointer<AppDelegate> self(this);
+    m_hotkeyManager->onTrigger = [self] {
         if (self) {
             self->handleTrigger();
+        }
+    };
+    m_hotkeyManager->onPromptHotkey = [self](const QUuid& promptId) {
+        if (self) {
+            self->handlePromptHotkey(promptId);
         }
     };
     const PreferenceStore* preferences = m_appState->preferences();
@@ -124,8 +134,26 @@ void AppDelegate::setupHotkeys()
     if (useDoubleCopy) {
         m_hotkeyManager->startDoubleCopyMonitor();
     }
+    QList<GlobalHotkey::Shortcut> shortcuts;
     if (hotkey) {
-        m_hotkeyManager->registerHotkey(hotkey->keyCode, hotkey->modifiers);
+        shortcuts.append(
+            {QString::fromLatin1(GlobalHotkey::triggerId), hotkey->keyCode, hotkey->modifiers, {}});
+    }
+    // Read from the store: the list written just now reaches the state only after this write.
+    const PromptHotkeys::Map promptHotkeys = PromptHotkeys::load(*preferences);
+    if (!promptHotkeys.isEmpty()) {
+        const QList<Prompt> prompts = PromptStore::load(*preferences);
+        for (const Prompt& prompt : prompts) {
+            const auto found = promptHotkeys.constFind(prompt.id);
+            if (found != promptHotkeys.cend()) {
+                shortcuts.append({HotkeyManager::promptShortcutId(prompt.id), found->keyCode,
+                                  found->modifiers,
+                                  tr("Run \u201c%1\u201d on the copied text").arg(prompt.title)});
+            }
+        }
+    }
+    if (!shortcuts.isEmpty()) {
+        m_hotkeyManager->registerHotkeys(shortcuts);
     }
 }
 
@@ -162,6 +190,19 @@ bool AppDelegate::isDoubleCopyInOwnWindow() const
 }
 
 void AppDelegate::handleTrigger()
+{
+    m_pendingPromptId.reset();
+    startTrigger();
+}
+
+void AppDelegate::handlePromptHotkey(const QUuid& promptId)
+{
+    qCDebug(lcApp, "Hotkey of prompt %s", qPrintable(promptId.toString(QUuid::WithoutBraces)));
+    m_pendingPromptId = promptId;
+    startTrigger();
+}
+
+void AppDelegate::startTrigger()
 {
     if (isDoubleCopyInOwnWindow()) {
         // The copied text is Ravelo's own (an answer, a prompt): the user copies, nothing more.
@@ -231,6 +272,7 @@ void AppDelegate::showClipboardText(const QString& text)
     m_appState->setResultText(QString());
     m_appState->setIsLoading(false);
     m_appState->setLastCustomPromptText(std::nullopt);
+    const std::optional<QUuid> promptId = std::exchange(m_pendingPromptId, std::nullopt);
     if (text.isEmpty()) {
         qCDebug(lcApp, "Trigger with nothing to show: the clipboard holds no text");
         if (m_panel && !m_panel->isVisible()) {
@@ -239,6 +281,15 @@ void AppDelegate::showClipboardText(const QString& text)
         return;
     }
     showPanel();
+    if (!promptId) {
+        return;
+    }
+    const QList<Prompt> prompts = m_appState->prompts();
+    const auto prompt = std::find_if(prompts.cbegin(), prompts.cend(),
+                                     [&](const Prompt& p) { return p.id == *promptId; });
+    if (prompt != prompts.cend()) {
+        runPrompt(*prompt);
+    }
 }
 
 void AppDelegate::showPanel()

@@ -21,8 +21,9 @@ class QMessageBox;
 class SettingsWindow;
 class QQmlEngine;
 
-/// The controller: runs the launch sequence, arms the triggers from the stored settings
-/// after every preference change and answers a trigger by reading the clipboard.
+/// The controller: runs the launch sequence, arms the triggers and the prompts' hotkeys from
+/// the stored settings after every preference change and answers a trigger by reading the
+/// clipboard.
 class AppDelegate : public QObject {
     Q_OBJECT
 
@@ -48,6 +49,8 @@ public:
     /// text. Right after a copy shortcut the copied text may still be on its way: then the
     /// clipboard is read once it changes, or after a short while at the latest.
     void handleTrigger();
+    /// A prompt's own hotkey: a trigger whose panel runs that prompt on the text at once.
+    void handlePromptHotkey(const QUuid& promptId);
     void showPanel();
     /// The panel, made on first use; one made for a trigger holds the keyboard while its view
     /// loads.
@@ -100,6 +103,7 @@ signals:
     void onboardingRequested();
 
 private:
+    void startTrigger();
     void readClipboard();
     void showClipboardText(const QString& text);
     void cancelCurrentRun();
@@ -121,6 +125,8 @@ private:
     QPointer<QMessageBox> m_about;
     SettingsWindow* m_settingsWindow = nullptr;
     QPointer<OnboardingWindow> m_onboardingWindow;
+    /// The prompt the trigger under way runs once its text is read.
+    std::optional<QUuid> m_pendingPromptId;
     bool m_waitingForClipboard = false;
     bool m_observingPreferences = false;
 };

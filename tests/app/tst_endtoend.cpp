@@ -7,6 +7,7 @@
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
+#include "model/PromptHotkeys.h"
 #include "model/PromptStore.h"
 #include "onboarding/OnboardingWindow.h"
 #include "panel/FloatingPanel.h"
@@ -231,6 +232,42 @@ private slots:
         QTRY_VERIFY(!panel()->isVisible());
         QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Hello world"));
         QCOMPARE(m_state->resultText(), QString());
+    }
+
+    // A prompt's own hotkey pressed in another application opens the panel on the copied text
+    // and runs exactly that prompt; with nothing copied it does nothing, as a trigger would.
+    void promptHotkeyRunsItsPromptAtOnce()
+    {
+        const Prompt second = m_state->prompts().at(1);
+        // Ctrl+Shift+K, stored the way the prompt editor stores it; the write re-arms.
+        PromptHotkeys::save(*m_preferences, {{second.id, StoredHotkey{40, 768}}});
+        QVERIFY(m_delegate->hotkeyManager()->isPromptHotkeyRegistered(second.id));
+        QVERIFY(!m_delegate->hotkeyManager()->isHotkeyRegistered());
+
+        QVERIFY(copyInOtherApplication(QStringLiteral("Guten Morgen")));
+        m_otherClient->createFocusedWindow();
+        m_server->enqueue(ChatResponse::events(
+            {"{\"choices\":[{\"delta\":{\"content\":\"Good morning\"}}]}", "[DONE]"}));
+        QVERIFY(key(QStringLiteral("ctrl+shift+k")));
+        QTRY_VERIFY(panel() && panel()->isExposed());
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("Good morning"));
+        QCOMPARE(m_server->requests().size(), 1);
+        QCOMPARE(m_server->sentMessage(0, 0), second.systemPrompt);
+        QCOMPARE(m_server->sentMessage(0, 1), QStringLiteral("Guten Morgen"));
+        QTRY_COMPARE(viewText("answerText"), QStringLiteral("Good morning"));
+        QVERIFY(key(QStringLiteral("Escape")));
+        QTRY_VERIFY(!panel()->isVisible());
+
+        QGuiApplication::clipboard()->clear();
+        QTRY_VERIFY(QGuiApplication::clipboard()->text().isEmpty());
+        m_otherClient->createFocusedWindow();
+        QSignalSpy pressed(m_delegate->hotkeyManager(), &HotkeyManager::promptTriggered);
+        QVERIFY(key(QStringLiteral("ctrl+shift+k")));
+        QVERIFY(pressed.wait());
+        QCOMPARE(pressed.first().first().value<QUuid>(), second.id);
+        QCoreApplication::processEvents();
+        QVERIFY(!panel()->isVisible());
+        QCOMPARE(m_server->requests().size(), 1);
     }
 
     void escClosesTheCustomFieldFirst()

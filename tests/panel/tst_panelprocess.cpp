@@ -7,6 +7,9 @@
 #include "RaveloProcess.h"
 #include "XTestKeyboard.h"
 #include "model/PreferenceStore.h"
+#include "model/PromptHotkeys.h"
+#include "model/PromptStore.h"
+#include "triggers/HotkeyManager.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,6 +24,7 @@
 #include <QTest>
 
 #include <xcb/xcb.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -144,6 +148,7 @@ private:
     DesktopSession m_desktop;
     std::unique_ptr<ChatServer> m_server;
     RunningRavelo m_app;
+    QString m_preferencesPath;
 
     void startApp(const QString& scaleFactor = QString())
     {
@@ -160,7 +165,8 @@ private slots:
         QVERIFY(QFileInfo(raveloBinary()).isExecutable());
         QVERIFY(m_desktop.startWindowManager());
         m_server = std::make_unique<ChatServer>();
-        PreferenceStore preferences(preferencesPastWalkthrough());
+        m_preferencesPath = preferencesPastWalkthrough();
+        PreferenceStore preferences(m_preferencesPath);
         preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
         preferences.setString(Preferences::baseUrl, m_server->baseUrl());
     }
@@ -215,6 +221,46 @@ private slots:
         // The digit runs prompt 2 instead of going into the field.
         QVERIFY(DesktopSession::key(QStringLiteral("2")));
         QTRY_COMPARE(m_server->requests().size(), before + 1);
+    }
+
+    // A prompt's own hotkey, pressed in another application, runs that prompt on the copied
+    // text in a panel of its own; the application never sees the key.
+    void aPromptHotkeyRunsItsPrompt()
+    {
+        const Prompt second = Prompt::defaults().at(1);
+        {
+            PreferenceStore preferences(m_preferencesPath);
+            // The built-in prompts get fresh ids in each process until the list is stored.
+            PromptStore::save(preferences, Prompt::defaults());
+            PromptHotkeys::save(preferences, {{second.id, StoredHotkey{17, 2048}}});
+        }
+        const auto forget = qScopeGuard([this] {
+            PreferenceStore preferences(m_preferencesPath);
+            PromptHotkeys::save(preferences, {});
+        });
+        QProcessEnvironment environment;
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true;ravelo.triggers.debug=true"));
+        QVERIFY2(m_app.start({}, environment), m_app.log().constData());
+        const QByteArray armed =
+            "Hotkey Alt+T of " + HotkeyManager::promptShortcutId(second.id).toLatin1() + " armed";
+        QVERIFY2(m_app.logged(armed.constData()), m_app.log().constData());
+
+        QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Guten Morgen")));
+        XTestKeyboard other;
+        QVERIFY(other.isValid());
+        other.createFocusedWindow();
+        const qsizetype before = m_server->requests().size();
+        m_server->enqueue(
+            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
+        QVERIFY(DesktopSession::key(QStringLiteral("alt+t")));
+        QTRY_COMPARE_WITH_TIMEOUT(m_server->requests().size(), before + 1, 10000);
+        QCOMPARE(m_server->sentMessage(int(before), 0), second.systemPrompt);
+        QCOMPARE(m_server->sentMessage(int(before), 1), QStringLiteral("Guten Morgen"));
+        Screen screen;
+        QTRY_VERIFY_WITH_TIMEOUT(screen.card(1).isValid(), 10000);
+        // Alt itself reaches it, as with any shortcut; T does not.
+        QCOMPARE(other.takeKeyPresses().count(other.keycode(XKB_KEY_t)), 0);
     }
 
     // The user copies in another application and types the digit at once, while the window

@@ -1,12 +1,17 @@
 // The hotkey through the desktop portal's GlobalShortcuts in a real headless KWin session
 // (with-kwin, where xdg-desktop-portal-kde answers). KWin there has no input devices: the
 // bound shortcut is pressed through KDE's shortcut service, which the KDE portal binds it in.
+#include "ChatServer.h"
 #include "RaveloProcess.h"
 #include "model/PreferenceStore.h"
+#include "model/Prompt.h"
+#include "model/PromptHotkeys.h"
+#include "model/PromptStore.h"
 #include "platform/KeyMap.h"
 #include "platform/PlatformServices.h"
 #include "platform/portal/PortalGlobalShortcuts.h"
 #include "settings/HotkeySettings.h"
+#include "triggers/HotkeyManager.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -30,9 +35,9 @@ QDBusMessage callAccel(const QString& path, const QString& interface, const QStr
     return QDBusConnection::sessionBus().call(message);
 }
 
-/// Presses the shortcut "trigger" of every component that has one, as KDE's service does on
-/// its keys; true when some component had it.
-bool pressTrigger()
+/// Presses the shortcut of every component that has one by that name, as KDE's service does
+/// on its keys; true when some component had it.
+bool pressTrigger(const QString& name = QStringLiteral("trigger"))
 {
     const QDBusReply<QList<QDBusObjectPath>> components =
         callAccel(QStringLiteral("/kglobalaccel"), QStringLiteral("org.kde.KGlobalAccel"),
@@ -42,9 +47,9 @@ bool pressTrigger()
         const QDBusReply<QStringList> names =
             callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
                       QStringLiteral("shortcutNames"), {});
-        if (names.value().contains(QStringLiteral("trigger"))) {
+        if (names.value().contains(name)) {
             callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
-                      QStringLiteral("invokeShortcut"), {QStringLiteral("trigger")});
+                      QStringLiteral("invokeShortcut"), {name});
             pressed = true;
         }
     }
@@ -104,6 +109,61 @@ private slots:
         pressTrigger();
         QCoreApplication::processEvents();
         QCOMPARE(activated.size(), 1);
+    }
+
+    void oneSessionBindsThePromptsBesideTheTrigger()
+    {
+        PortalGlobalShortcuts hotkey;
+        QSignalSpy bound(&hotkey, &PortalGlobalShortcuts::bindingFinished);
+        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
+        const QString trigger = QString::fromLatin1(GlobalHotkey::triggerId);
+        const QString prompt = QStringLiteral("prompt-6F9619FF-8B86-D011-B42D-00C04FC964FF");
+        QVERIFY(hotkey.registerShortcuts(
+            {{trigger, keyK, ctrlShift, {}},
+             {prompt, 49, KeyMap::commandMask | KeyMap::optionMask, QStringLiteral("Translate")}}));
+        QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 1, 15000);
+        QCOMPARE(bound.first().first().toBool(), true);
+        QVERIFY(hotkey.isRegistered(prompt));
+
+        QVERIFY(pressTrigger(prompt));
+        QTRY_COMPARE(activated.size(), 1);
+        QCOMPARE(activated.last().first().toString(), prompt);
+        QVERIFY(pressTrigger());
+        QTRY_COMPARE(activated.size(), 2);
+        QCOMPARE(activated.last().first().toString(), trigger);
+    }
+
+    // A prompt's hotkey in a running ravelo runs that prompt on the text copied last.
+    void promptHotkeyRunsItsPromptInRavelo()
+    {
+        ChatServer server;
+        const Prompt second = Prompt::defaults().at(1);
+        {
+            PreferenceStore preferences(preferencesPastWalkthrough());
+            preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
+            preferences.setString(Preferences::baseUrl, server.baseUrl());
+            // The built-in prompts get fresh ids in each process until the list is stored.
+            PromptStore::save(preferences, Prompt::defaults());
+            PromptHotkeys::save(preferences, {{second.id, StoredHotkey{keyK, ctrlShift}}});
+        }
+        QVERIFY(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("Guten Morgen")}) ==
+                0);
+        server.enqueue(
+            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
+        QProcessEnvironment environment;
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
+        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                           QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
+        RunningRavelo ravelo;
+        QVERIFY(ravelo.start({}, environment));
+        const QString id = HotkeyManager::promptShortcutId(second.id);
+        const QByteArray bound =
+            "The desktop portal bound the hotkey CTRL+SHIFT+k for " + id.toLatin1();
+        QVERIFY2(ravelo.logged(bound.constData()), ravelo.log().constData());
+        QVERIFY(pressTrigger(id));
+        QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, 15000);
+        QCOMPARE(server.sentMessage(0, 0), second.systemPrompt);
+        QCOMPARE(server.sentMessage(0, 1), QStringLiteral("Guten Morgen"));
     }
 
     // The recorded hotkey of a running ravelo opens its panel with the text copied last.
