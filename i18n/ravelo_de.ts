@@ -794,6 +794,10 @@ Fügen Sie Ravelo der Liste der Bedienungshilfen hinzu und schalten Sie es ein.<
         <source>Pressing it anywhere opens the panel with the copied text and runs this prompt at once.</source>
         <translation>Wo immer Sie es drücken, öffnet es das Panel mit dem kopierten Text und führt diesen Prompt sofort aus.</translation>
     </message>
+    <message>
+        <source>This desktop gives Ravelo no hotkeys of its own: the hotkey is kept, but pressing it does nothing here.</source>
+        <translation>Dieser Desktop gibt Ravelo keine eigenen Tastenkürzel: Das Kürzel bleibt gespeichert, bewirkt hier aber nichts.</translation>
+    </message>
 </context>
 <context>
     <name>PromptRow</name>

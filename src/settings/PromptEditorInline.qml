@@ -189,7 +189,10 @@ ColumnLayout {
             color: "#d93a32"
         }
         SettingsCaption {
-            text: qsTr("Pressing it anywhere opens the panel with the copied text and runs this prompt at once.")
+            objectName: "promptHotkeyCaption"
+            text: editorRoot.listEditor.hotkeysAvailable
+                  ? qsTr("Pressing it anywhere opens the panel with the copied text and runs this prompt at once.")
+                  : qsTr("This desktop gives Ravelo no hotkeys of its own: the hotkey is kept, but pressing it does nothing here.")
         }
     }
 

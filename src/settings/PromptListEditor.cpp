@@ -3,6 +3,7 @@
 #include "model/PreferenceStore.h"
 #include "model/PromptStore.h"
 #include "platform/KeyMap.h"
+#include "platform/PlatformServices.h"
 #include "settings/HotkeyConflict.h"
 #include "settings/SettingsLogging.h"
 
@@ -148,6 +149,11 @@ QString PromptListEditor::editingHotkey() const
     return m_editingHotkey
                ? KeyMap::displayText(m_editingHotkey->keyCode, m_editingHotkey->modifiers)
                : QString();
+}
+
+bool PromptListEditor::hotkeysAvailable()
+{
+    return PlatformServices::hotkeyPath() != PlatformServices::HotkeyPath::DesktopShortcut;
 }
 
 bool PromptListEditor::recordHotkey(quint32 keyCode, quint32 modifiers)

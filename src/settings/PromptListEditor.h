@@ -30,6 +30,8 @@ class PromptListEditor : public QAbstractListModel {
     Q_PROPERTY(QString editingHotkey READ editingHotkey NOTIFY editingHotkeyChanged)
     /// Why the last combination recorded in the editor was refused; empty otherwise.
     Q_PROPERTY(QString hotkeyConflict READ hotkeyConflict NOTIFY hotkeyConflictChanged)
+    /// Whether this session gives Ravelo global hotkeys of its own at all.
+    Q_PROPERTY(bool hotkeysAvailable READ hotkeysAvailable CONSTANT)
 
 public:
     enum Role { IdRole = Qt::UserRole + 1, NumberRole, TitleRole, SystemPromptRole, HotkeyRole };
@@ -48,6 +50,7 @@ public:
     bool isNewPrompt() const { return m_isNewPrompt; }
     QString editingHotkey() const;
     QString hotkeyConflict() const { return m_hotkeyConflict; }
+    static bool hotkeysAvailable();
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
