@@ -32,7 +32,8 @@ QDBusMessage call(const QString& method, const QVariantList& arguments)
 
 KGlobalAccelHotkey::~KGlobalAccelHotkey()
 {
-    unregisterHotkey();
+    m_wanted = false;
+    release();
 }
 
 bool KGlobalAccelHotkey::isAvailable()
@@ -50,12 +51,18 @@ QStringList KGlobalAccelHotkey::actionId() const
 
 bool KGlobalAccelHotkey::registerHotkey(quint32 keyCode, quint32 modifiers)
 {
-    unregisterHotkey();
     const std::optional<int> qtKey = KeyMap::qtKeyForKeyCode(keyCode);
+    const int combination = qtKey ? *qtKey | int(KeyMap::qtModifiersForMask(modifiers)) : 0;
+    // The keys of a moment ago are still Ravelo's.
+    if (m_registered && qtKey && combination == m_combination) {
+        m_wanted = true;
+        return true;
+    }
+    m_wanted = false;
+    release();
     if (!qtKey || !isAvailable()) {
         return false;
     }
-    const int combination = *qtKey | int(KeyMap::qtModifiersForMask(modifiers));
     call(QStringLiteral("doRegister"), {actionId()});
     const QDBusReply<QList<int>> taken = call(
         QStringLiteral("setShortcut"),
@@ -77,16 +84,39 @@ bool KGlobalAccelHotkey::registerHotkey(quint32 keyCode, quint32 modifiers)
     QDBusConnection::sessionBus().connect(service, m_componentPath, componentInterface,
                                           QStringLiteral("globalShortcutPressed"), this,
                                           SLOT(handlePressed(QString, QString, qlonglong)));
+    m_combination = combination;
     m_registered = true;
+    m_wanted = true;
     return true;
 }
 
 void KGlobalAccelHotkey::unregisterHotkey()
 {
+    if (!m_wanted) {
+        return;
+    }
+    m_wanted = false;
+    if (!m_releaseQueued) {
+        m_releaseQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_releaseQueued = false;
+                if (!m_wanted) {
+                    release();
+                }
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void KGlobalAccelHotkey::release()
+{
     if (!m_registered) {
         return;
     }
     m_registered = false;
+    m_combination = 0;
     QDBusConnection::sessionBus().disconnect(service, m_componentPath, componentInterface,
                                              QStringLiteral("globalShortcutPressed"), this,
                                              SLOT(handlePressed(QString, QString, qlonglong)));
@@ -99,7 +129,7 @@ void KGlobalAccelHotkey::handlePressed(const QString& component, const QString& 
                                        qlonglong timestamp)
 {
     Q_UNUSED(timestamp)
-    if (m_registered && component == QLatin1String(componentName) &&
+    if (isRegistered() && component == QLatin1String(componentName) &&
         action == QLatin1String(actionName)) {
         emit activated();
     }

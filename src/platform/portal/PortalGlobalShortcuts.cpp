@@ -67,7 +67,8 @@ void registerTypes()
 
 PortalGlobalShortcuts::~PortalGlobalShortcuts()
 {
-    unregisterHotkey();
+    m_wanted = false;
+    release();
 }
 
 bool PortalGlobalShortcuts::isAvailable()
@@ -140,12 +141,21 @@ bool PortalGlobalShortcuts::request(const QString& method, QVariantList argument
 
 bool PortalGlobalShortcuts::registerHotkey(quint32 keyCode, quint32 modifiers)
 {
-    unregisterHotkey();
+    const QString trigger = preferredTrigger(keyCode, modifiers);
+    // The session of a moment ago, bound or still binding, is kept for the same keys.
+    if (!trigger.isEmpty() && trigger == m_trigger && (m_bound || m_pending)) {
+        m_wanted = true;
+        qCDebug(lcPlatform, "The desktop portal keeps the hotkey %s", qPrintable(m_trigger));
+        return true;
+    }
+    m_wanted = false;
+    release();
     registerTypes();
-    m_trigger = preferredTrigger(keyCode, modifiers);
+    m_trigger = trigger;
     if (m_trigger.isEmpty()) {
         return false;
     }
+    m_wanted = true;
     const PortalShortcuts shortcuts{{QString::fromLatin1(shortcutId),
                                      {{QStringLiteral("description"), tr("Open the Ravelo panel")},
                                       {QStringLiteral("preferred_trigger"), m_trigger}}}};
@@ -209,15 +219,36 @@ void PortalGlobalShortcuts::handleActivated(const QDBusObjectPath& session, cons
 {
     Q_UNUSED(timestamp)
     Q_UNUSED(options)
-    if (m_bound && session.path() == m_session && shortcut == QLatin1String(shortcutId)) {
+    if (isRegistered() && session.path() == m_session && shortcut == QLatin1String(shortcutId)) {
         emit activated();
     }
 }
 
 void PortalGlobalShortcuts::unregisterHotkey()
 {
+    if (!m_wanted) {
+        return;
+    }
+    m_wanted = false;
+    if (!m_releaseQueued) {
+        m_releaseQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_releaseQueued = false;
+                if (!m_wanted) {
+                    release();
+                }
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void PortalGlobalShortcuts::release()
+{
     m_pending = nullptr;
     m_bound = false;
+    m_trigger.clear();
     closeSession();
 }
 

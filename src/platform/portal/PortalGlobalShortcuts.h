@@ -13,6 +13,9 @@
 /// session of the portal with the recorded combination as its preferred trigger; the desktop
 /// may let the user change it. Binding takes a round trip through the portal, so
 /// `registerHotkey` answers at once and `isRegistered` turns true once the portal has bound it.
+/// Unregistering stops reporting at once but closes the session only once the event loop is
+/// back: the same combination registered again before then keeps it, so re-arming the
+/// triggers costs no new session.
 class PortalGlobalShortcuts : public GlobalHotkey {
     Q_OBJECT
 
@@ -25,7 +28,7 @@ public:
 
     bool registerHotkey(quint32 keyCode, quint32 modifiers) override;
     void unregisterHotkey() override;
-    bool isRegistered() const override { return m_bound; }
+    bool isRegistered() const override { return m_bound && m_wanted; }
 
     /// The trigger as the portal takes it: "CTRL+SHIFT+k"; empty for keys without a keysym.
     static QString preferredTrigger(quint32 keyCode, quint32 modifiers);
@@ -46,6 +49,7 @@ private:
     bool request(const QString& method, QVariantList arguments, QVariantMap options,
                  ResponseHandler handler);
     void bind();
+    void release();
     void closeSession();
 
     QString m_trigger;
@@ -53,5 +57,8 @@ private:
     QString m_requestPath;
     ResponseHandler m_pending;
     bool m_bound = false;
+    /// Registered and not unregistered since; the session may outlive it until `release`.
+    bool m_wanted = false;
+    bool m_releaseQueued = false;
     int m_generation = 0;
 };
