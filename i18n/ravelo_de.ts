@@ -417,6 +417,10 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Record a shortcut first, then add it to GNOME&apos;s keyboard shortcuts.</source>
         <translation>Nehmen Sie zuerst ein Tastenkürzel auf und fügen Sie es dann den GNOME-Tastenkürzeln hinzu.</translation>
     </message>
+    <message>
+        <source>GNOME&apos;s shortcut &quot;Ravelo&quot; runs another program than this Ravelo: update it to run this one.</source>
+        <translation>Das GNOME-Tastenkürzel „Ravelo“ startet ein anderes Programm als dieses Ravelo: Aktualisieren Sie es, damit es dieses startet.</translation>
+    </message>
 </context>
 <context>
     <name>HotkeyTab</name>

@@ -28,6 +28,8 @@ public:
     virtual bool isInstalled() const = 0;
     /// Whether the installed shortcut has exactly these keys.
     virtual bool hasKeys(quint32 keyCode, quint32 modifiers) const = 0;
+    /// Whether the installed shortcut runs exactly this command.
+    virtual bool runs(const QStringList& command) const = 0;
     /// Why the last call failed, for the user; empty after a call that worked.
     virtual QString errorText() const = 0;
 

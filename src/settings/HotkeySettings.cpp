@@ -200,17 +200,25 @@ void HotkeySettings::updateDesktopShortcutState()
         state = m_desktopShortcut->isKnown() ? DesktopShortcutState::Working
                                              : DesktopShortcutState::Checking;
     } else if (m_desktopShortcut->isKnown() && m_desktopShortcut->isInstalled()) {
-        if (keys && m_desktopShortcut->hasKeys(keys->keyCode, keys->modifiers)) {
+        const bool sameKeys = keys && m_desktopShortcut->hasKeys(keys->keyCode, keys->modifiers);
+        if (sameKeys && m_desktopShortcut->runs(triggerCommand())) {
             state = DesktopShortcutState::Current;
             text = tr("GNOME opens the panel on %1 (Settings, Keyboard, Custom Shortcuts, "
                       "\"Ravelo\").")
                        .arg(keysText);
         } else {
             state = DesktopShortcutState::OutOfDate;
-            text = keys ? tr("GNOME's shortcut \"Ravelo\" has other keys than %1: update it to "
-                             "use them.")
-                              .arg(keysText)
-                        : tr("GNOME has a shortcut \"Ravelo\" with keys of its own.");
+            if (sameKeys) {
+                // Made by hand, or for a Ravelo that has moved since.
+                text = tr("GNOME's shortcut \"Ravelo\" runs another program than this Ravelo: "
+                          "update it to run this one.");
+            } else if (keys) {
+                text = tr("GNOME's shortcut \"Ravelo\" has other keys than %1: update it to use "
+                          "them.")
+                           .arg(keysText);
+            } else {
+                text = tr("GNOME has a shortcut \"Ravelo\" with keys of its own.");
+            }
         }
     } else {
         // Also when reading it failed: adding it is then the way to try again.

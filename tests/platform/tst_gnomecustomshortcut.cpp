@@ -73,6 +73,7 @@ private slots:
         shortcut.install(keyC, KeyMap::controlMask, command);
         QVERIFY(settle(shortcut));
         QVERIFY(shortcut.hasKeys(keyC, KeyMap::controlMask));
+        QVERIFY(shortcut.runs(command));
         QCOMPARE(GSettingsKeyfile::customPaths(), QStringList{ours});
         QCOMPARE(GSettingsKeyfile::entryValue(ours, QStringLiteral("name")),
                  QStringLiteral("Ravelo"));
@@ -128,6 +129,8 @@ private slots:
         QVERIFY(settle(shortcut));
         QVERIFY(shortcut.isInstalled());
         QVERIFY(shortcut.hasKeys(keyC, KeyMap::controlMask));
+        QVERIFY(!shortcut.runs(command));
+        QVERIFY(shortcut.runs({QStringLiteral("gnome-terminal")}));
     }
 
     void missingSchemaIsSaid()

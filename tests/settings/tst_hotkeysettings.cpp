@@ -82,10 +82,27 @@ private slots:
         QCOMPARE(GSettingsKeyfile::customPaths(), QStringList());
     }
 
-    // Keys changed in GNOME's Settings are shown as such, and not overwritten on opening.
-    void otherKeysInGnomeAreOutOfDate()
+    void differentShortcutInGnomeIsOutOfDate_data()
     {
-        GSettingsKeyfile::addForeignShortcut(ours, QStringLiteral("<Super>x"));
+        QTest::addColumn<QString>("binding");
+        QTest::addColumn<bool>("thisRavelo");
+        QTest::newRow("keys changed in GNOME's Settings") << QStringLiteral("<Super>x") << true;
+        QTest::newRow("another program on the same keys") << QStringLiteral("<Super>c") << false;
+    }
+
+    // Shown as out of date, and not overwritten on opening.
+    void differentShortcutInGnomeIsOutOfDate()
+    {
+        QFETCH(QString, binding);
+        QFETCH(bool, thisRavelo);
+        GSettingsKeyfile::addForeignShortcut(ours, binding);
+        if (thisRavelo) {
+            GSettingsKeyfile::set(
+                QString::fromLatin1(GnomeCustomShortcut::entrySchema) + QLatin1Char(':') + ours,
+                QStringLiteral("command"),
+                GnomeCustomShortcut::variantString(
+                    GnomeCustomShortcut::commandLine(HotkeySettings::triggerCommand())));
+        }
         PreferenceStore store(m_dir.filePath(QStringLiteral("Ravelo.conf")));
         store.setInteger(Preferences::customHotkeyKeyCode, keyC);
         store.setInteger(Preferences::customHotkeyModifiers, KeyMap::controlMask);
@@ -93,8 +110,7 @@ private slots:
         settings.setPreferences(&store);
         settings.load();
         QVERIFY(reaches(settings, State::OutOfDate));
-        QCOMPARE(GSettingsKeyfile::entryValue(ours, QStringLiteral("binding")),
-                 QStringLiteral("<Super>x"));
+        QCOMPARE(GSettingsKeyfile::entryValue(ours, QStringLiteral("binding")), binding);
         settings.addDesktopShortcut();
         QVERIFY(reaches(settings, State::Current));
     }

@@ -142,6 +142,11 @@ bool GnomeCustomShortcut::hasKeys(quint32 keyCode, quint32 modifiers) const
     return m_installed && !wanted.isEmpty() && m_binding == wanted;
 }
 
+bool GnomeCustomShortcut::runs(const QStringList& command) const
+{
+    return m_installed && m_commandLine == commandLine(command);
+}
+
 bool GnomeCustomShortcut::begin()
 {
     if (m_busy) {
@@ -160,11 +165,14 @@ void GnomeCustomShortcut::refresh()
     }
     run(getList(), [this](const QString& output) {
         if (!parseVariantStrings(output).contains(QLatin1String(entryPath))) {
-            finish(false, QString());
+            finish(false);
             return;
         }
         run({u"get"_s, entry(), u"binding"_s}, [this](const QString& binding) {
-            finish(true, parseVariantStrings(binding).value(0));
+            run({u"get"_s, entry(), u"command"_s}, [this, binding](const QString& command) {
+                finish(true, parseVariantStrings(binding).value(0),
+                       parseVariantStrings(command).value(0));
+            });
         });
     });
 }
@@ -188,9 +196,9 @@ void GnomeCustomShortcut::install(quint32 keyCode, quint32 modifiers, const QStr
             paths.append(QString::fromLatin1(entryPath));
             writes.append(setList(paths));
         }
-        runAll(writes, [this, binding] {
+        runAll(writes, [this, binding, line] {
             qCDebug(lcPlatform, "GNOME's custom shortcut runs Ravelo on %s", qPrintable(binding));
-            finish(true, binding);
+            finish(true, binding, line);
         });
     });
 }
@@ -211,7 +219,7 @@ void GnomeCustomShortcut::remove()
         }
         runAll(writes, [this] {
             qCDebug(lcPlatform, "GNOME's custom shortcut for Ravelo removed");
-            finish(false, QString());
+            finish(false);
         });
     });
 }
@@ -274,12 +282,13 @@ void GnomeCustomShortcut::handleFinished(int exitCode, QProcess::ExitStatus stat
     }
 }
 
-void GnomeCustomShortcut::finish(bool installed, const QString& binding)
+void GnomeCustomShortcut::finish(bool installed, const QString& binding, const QString& commandLine)
 {
     m_busy = false;
     m_known = true;
     m_installed = installed;
     m_binding = binding;
+    m_commandLine = commandLine;
     emit changed();
 }
 

@@ -45,6 +45,7 @@ public:
     bool isKnown() const override { return m_known; }
     bool isInstalled() const override { return m_installed; }
     bool hasKeys(quint32 keyCode, quint32 modifiers) const override;
+    bool runs(const QStringList& command) const override;
     QString errorText() const override { return m_error; }
 
 private:
@@ -53,7 +54,8 @@ private:
     bool begin();
     void run(const QStringList& arguments, Then then);
     void runAll(QList<QStringList> commands, std::function<void()> then);
-    void finish(bool installed, const QString& binding);
+    void finish(bool installed, const QString& binding = QString(),
+                const QString& commandLine = QString());
     void fail(const QString& message);
     void handleFinished(int exitCode, QProcess::ExitStatus status);
 
@@ -64,5 +66,6 @@ private:
     bool m_known = false;
     bool m_installed = false;
     QString m_binding;
+    QString m_commandLine;
     QString m_error;
 };
