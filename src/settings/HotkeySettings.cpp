@@ -237,6 +237,11 @@ void HotkeySettings::updateDesktopShortcutState()
         m_desktopShortcutText = text;
         emit desktopShortcutTextChanged();
     }
+    const bool canAdd = m_desktopShortcut && keys && !m_desktopShortcut->isBusy();
+    if (m_canAddDesktopShortcut != canAdd) {
+        m_canAddDesktopShortcut = canAdd;
+        emit canAddDesktopShortcutChanged();
+    }
 }
 
 QStringList HotkeySettings::triggerCommand()

@@ -36,6 +36,9 @@ class HotkeySettings : public QObject {
     /// One line on the desktop's shortcut: its keys, what adding it does, or why it failed.
     Q_PROPERTY(
         QString desktopShortcutText READ desktopShortcutText NOTIFY desktopShortcutTextChanged)
+    /// Whether a valid hotkey is recorded and nothing is being written.
+    Q_PROPERTY(
+        bool canAddDesktopShortcut READ canAddDesktopShortcut NOTIFY canAddDesktopShortcutChanged)
 
 public:
     enum class DesktopShortcutState {
@@ -78,6 +81,7 @@ public:
     bool offersDesktopShortcut() const { return m_desktopShortcut != nullptr; }
     DesktopShortcutState desktopShortcutState() const { return m_desktopShortcutState; }
     QString desktopShortcutText() const { return m_desktopShortcutText; }
+    bool canAddDesktopShortcut() const { return m_canAddDesktopShortcut; }
     /// Adds the desktop's shortcut with the recorded keys, or gives it those keys. While it
     /// is there, it follows every new recording, and goes when the hotkey is cleared.
     Q_INVOKABLE void addDesktopShortcut();
@@ -94,6 +98,7 @@ signals:
     void isRecordingChanged();
     void desktopShortcutStateChanged();
     void desktopShortcutTextChanged();
+    void canAddDesktopShortcutChanged();
 
 private:
     void loadHotkeyDisplay();
@@ -115,4 +120,5 @@ private:
     bool m_following = false;
     DesktopShortcutState m_desktopShortcutState = DesktopShortcutState::Checking;
     QString m_desktopShortcutText;
+    bool m_canAddDesktopShortcut = false;
 };

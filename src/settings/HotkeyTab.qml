@@ -131,7 +131,7 @@ Item {
                 Button {
                     objectName: "addDesktopShortcutButton"
                     visible: settings.desktopShortcutState !== HotkeySettings.Current
-                    enabled: settings.hasHotkey && !parent.busy
+                    enabled: settings.canAddDesktopShortcut
                     text: settings.desktopShortcutState === HotkeySettings.OutOfDate
                           ? qsTr("Update GNOME Shortcut") : qsTr("Add to GNOME Shortcuts")
                     onClicked: {

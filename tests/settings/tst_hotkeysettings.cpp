@@ -61,6 +61,7 @@ private slots:
         settings.load();
         QVERIFY(reaches(settings, State::Absent));
         QVERIFY(settings.desktopShortcutText().contains(QLatin1String("Super+C")));
+        QVERIFY(settings.canAddDesktopShortcut());
 
         settings.addDesktopShortcut();
         QVERIFY(reaches(settings, State::Current));
@@ -80,6 +81,7 @@ private slots:
         settings.clearHotkey();
         QVERIFY(reaches(settings, State::Absent));
         QCOMPARE(GSettingsKeyfile::customPaths(), QStringList());
+        QVERIFY(!settings.canAddDesktopShortcut());
     }
 
     void differentShortcutInGnomeIsOutOfDate_data()
