@@ -357,6 +357,25 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     </message>
 </context>
 <context>
+    <name>GnomeCustomShortcut</name>
+    <message>
+        <source>GNOME&apos;s settings did not answer.</source>
+        <translation>Die GNOME-Einstellungen haben nicht geantwortet.</translation>
+    </message>
+    <message>
+        <source>GNOME&apos;s shortcuts cannot be changed: the program gsettings is missing (package libglib2.0-bin).</source>
+        <translation>Die GNOME-Tastenkürzel lassen sich nicht ändern: Das Programm gsettings fehlt (Paket libglib2.0-bin).</translation>
+    </message>
+    <message>
+        <source>GNOME&apos;s keyboard shortcut settings are not installed here (schema %1).</source>
+        <translation>Die Einstellungen der GNOME-Tastenkürzel sind hier nicht installiert (Schema %1).</translation>
+    </message>
+    <message>
+        <source>GNOME&apos;s shortcuts could not be changed: %1</source>
+        <translation>Die GNOME-Tastenkürzel konnten nicht geändert werden: %1</translation>
+    </message>
+</context>
+<context>
     <name>HotkeyConflict</name>
     <message>
         <source>%1 already runs “%2”.</source>
@@ -392,6 +411,30 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     <message>
         <source>This desktop gives Ravelo no hotkey of its own: bind the command &quot;ravelo trigger&quot; to a keyboard shortcut in the desktop&apos;s settings.</source>
         <translation>Dieser Desktop gibt Ravelo kein eigenes Tastenkürzel: Legen Sie in den Einstellungen des Desktops ein Tastenkürzel für den Befehl „ravelo trigger“ an.</translation>
+    </message>
+    <message>
+        <source>GNOME opens the panel on %1 (Settings, Keyboard, Custom Shortcuts, &quot;Ravelo&quot;).</source>
+        <translation>GNOME öffnet das Ravelo-Panel mit %1 (Einstellungen, Tastatur, Eigene Tastenkombinationen, „Ravelo“).</translation>
+    </message>
+    <message>
+        <source>GNOME&apos;s shortcut &quot;Ravelo&quot; has other keys than %1: update it to use them.</source>
+        <translation>Das GNOME-Tastenkürzel „Ravelo“ hat andere Tasten als %1: Aktualisieren Sie es, um diese zu verwenden.</translation>
+    </message>
+    <message>
+        <source>GNOME has a shortcut &quot;Ravelo&quot; with keys of its own.</source>
+        <translation>GNOME hat ein Tastenkürzel „Ravelo“ mit eigenen Tasten.</translation>
+    </message>
+    <message>
+        <source>Add a GNOME shortcut that opens the panel on %1.</source>
+        <translation>Fügen Sie ein GNOME-Tastenkürzel hinzu, das das Ravelo-Panel mit %1 öffnet.</translation>
+    </message>
+    <message>
+        <source>Record a shortcut first, then add it to GNOME&apos;s keyboard shortcuts.</source>
+        <translation>Nehmen Sie zuerst ein Tastenkürzel auf und fügen Sie es dann den GNOME-Tastenkürzeln hinzu.</translation>
+    </message>
+    <message>
+        <source>GNOME&apos;s shortcut &quot;Ravelo&quot; runs another program than this Ravelo: update it to run this one.</source>
+        <translation>Das GNOME-Tastenkürzel „Ravelo“ startet ein anderes Programm als dieses Ravelo: Aktualisieren Sie es, damit es dieses startet.</translation>
     </message>
 </context>
 <context>
@@ -443,6 +486,18 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
     <message>
         <source>Shortcut: %1</source>
         <translation>Tastenkürzel: %1</translation>
+    </message>
+    <message>
+        <source>Update GNOME Shortcut</source>
+        <translation>GNOME-Tastenkürzel aktualisieren</translation>
+    </message>
+    <message>
+        <source>Add to GNOME Shortcuts</source>
+        <translation>Zu GNOME-Tastenkürzeln hinzufügen</translation>
+    </message>
+    <message>
+        <source>Remove from GNOME</source>
+        <translation>Aus GNOME entfernen</translation>
     </message>
 </context>
 <context>

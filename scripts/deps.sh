@@ -18,6 +18,8 @@ RAVELO_PACKAGES=(
     # the Wayland clipboard client, and the headless sway and KWin sessions of the tests
     libwayland-dev wl-clipboard sway kwin-wayland xwayland x11-xserver-utils
     xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
+    # GNOME's custom shortcuts, written through gsettings, and watching calls on the bus in tests
+    libglib2.0-bin gnome-settings-daemon-common dbus-bin
     # reading the accessibility tree of the running application, as a screen reader does
     python3-pyatspi at-spi2-core
     # checking the installed layout and the Debian package

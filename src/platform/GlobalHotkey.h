@@ -19,6 +19,7 @@ public:
         /// What the desktop lists it as, where it lists shortcuts; empty for the backend's
         /// own words for the panel trigger.
         QString description;
+        bool operator==(const Shortcut&) const = default;
     };
 
     /// The id of the combination that opens the panel.

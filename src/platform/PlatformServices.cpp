@@ -1,6 +1,7 @@
 #include "platform/PlatformServices.h"
 
 #include "platform/PlatformLogging.h"
+#include "platform/gnome/GnomeCustomShortcut.h"
 #include "platform/kde/KGlobalAccelHotkey.h"
 #include "platform/null/NullPlatform.h"
 #include "platform/portal/PortalGlobalShortcuts.h"
@@ -153,6 +154,21 @@ std::unique_ptr<GlobalHotkey> PlatformServices::createGlobalHotkey()
     }
     reportUnavailableOnce();
     return std::make_unique<NullGlobalHotkey>();
+}
+
+bool PlatformServices::isGnomeDesktop()
+{
+    const QStringList desktops =
+        qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    return desktops.contains(QLatin1String("GNOME"), Qt::CaseInsensitive);
+}
+
+std::unique_ptr<DesktopShortcut> PlatformServices::createDesktopShortcut()
+{
+    if (isGnomeDesktop() && hotkeyPath() == HotkeyPath::DesktopShortcut) {
+        return std::make_unique<GnomeCustomShortcut>();
+    }
+    return nullptr;
 }
 
 std::unique_ptr<AccessibilityTrust> PlatformServices::createAccessibilityTrust()

@@ -2,6 +2,7 @@
 
 #include "platform/AccessibilityTrust.h"
 #include "platform/ClipboardOwnerMonitor.h"
+#include "platform/DesktopShortcut.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
 
@@ -43,5 +44,10 @@ public:
     };
     static HotkeyPath hotkeyPath();
     static std::unique_ptr<GlobalHotkey> createGlobalHotkey();
+    /// Whether the desktop is GNOME (XDG_CURRENT_DESKTOP names it).
+    static bool isGnomeDesktop();
+    /// The desktop's own shortcut that runs "ravelo trigger", where Ravelo can add one for the
+    /// user: GNOME without the portal's global shortcuts (before GNOME 48). Null elsewhere.
+    static std::unique_ptr<DesktopShortcut> createDesktopShortcut();
     static std::unique_ptr<AccessibilityTrust> createAccessibilityTrust();
 };

@@ -1,6 +1,7 @@
 # The service interfaces, the key-name helper and the backends.
 file(GLOB _platform_files CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}
      ${CMAKE_CURRENT_LIST_DIR}/*.cpp ${CMAKE_CURRENT_LIST_DIR}/*.h
+     ${CMAKE_CURRENT_LIST_DIR}/gnome/*.cpp ${CMAKE_CURRENT_LIST_DIR}/gnome/*.h
      ${CMAKE_CURRENT_LIST_DIR}/kde/*.cpp ${CMAKE_CURRENT_LIST_DIR}/kde/*.h
      ${CMAKE_CURRENT_LIST_DIR}/null/*.cpp ${CMAKE_CURRENT_LIST_DIR}/null/*.h
      ${CMAKE_CURRENT_LIST_DIR}/portal/*.cpp ${CMAKE_CURRENT_LIST_DIR}/portal/*.h

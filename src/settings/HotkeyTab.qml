@@ -14,6 +14,16 @@ Item {
     // X11 has no such permission: its trust is always granted, and nothing is asked for.
     readonly property bool permissionMissing: trust !== null && !trust.isTrusted()
     property bool recordingFromKeyboard: false
+    // The add and remove buttons stand in for each other: the keyboard focus goes over with
+    // the change when the keyboard pressed one.
+    property bool desktopShortcutFromKeyboard: false
+
+    function passDesktopShortcutFocus(button) {
+        if (button.visible && button.enabled && desktopShortcutFromKeyboard) {
+            desktopShortcutFromKeyboard = false
+            button.forceActiveFocus(Qt.TabFocusReason)
+        }
+    }
 
     HotkeySettings {
         id: settings
@@ -112,6 +122,52 @@ Item {
             SettingsCaption {
                 objectName: "hotkeyPath"
                 text: settings.hotkeyPathText
+            }
+
+            // GNOME before 48 gives applications no global shortcut: Ravelo offers to add
+            // GNOME's own custom shortcut running "ravelo trigger" with the recorded keys.
+            RowLayout {
+                visible: settings.offersDesktopShortcut
+                Layout.fillWidth: true
+                spacing: 8
+
+                readonly property bool busy: settings.desktopShortcutState === HotkeySettings.Working
+                                             || settings.desktopShortcutState === HotkeySettings.Checking
+
+                Button {
+                    objectName: "addDesktopShortcutButton"
+                    visible: settings.desktopShortcutState !== HotkeySettings.Current
+                    enabled: settings.canAddDesktopShortcut
+                    text: settings.desktopShortcutState === HotkeySettings.OutOfDate
+                          ? qsTr("Update GNOME Shortcut") : qsTr("Add to GNOME Shortcuts")
+                    onClicked: {
+                        tab.desktopShortcutFromKeyboard = visualFocus
+                        settings.addDesktopShortcut()
+                    }
+                    onVisibleChanged: tab.passDesktopShortcutFocus(this)
+                    onEnabledChanged: tab.passDesktopShortcutFocus(this)
+                }
+                Button {
+                    objectName: "removeDesktopShortcutButton"
+                    visible: settings.desktopShortcutState === HotkeySettings.Current
+                             || settings.desktopShortcutState === HotkeySettings.OutOfDate
+                    enabled: !parent.busy
+                    text: qsTr("Remove from GNOME")
+                    onClicked: {
+                        tab.desktopShortcutFromKeyboard = visualFocus
+                        settings.removeDesktopShortcut()
+                    }
+                    onVisibleChanged: tab.passDesktopShortcutFocus(this)
+                    onEnabledChanged: tab.passDesktopShortcutFocus(this)
+                }
+                Item {
+                    Layout.fillWidth: true
+                }
+            }
+            SettingsCaption {
+                objectName: "desktopShortcutText"
+                visible: settings.offersDesktopShortcut && text.length > 0
+                text: settings.desktopShortcutText
             }
         }
 

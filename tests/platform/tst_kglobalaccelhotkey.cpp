@@ -1,6 +1,7 @@
 // The hotkey through KDE's shortcut service in a real headless KWin session (with-kwin).
 // KWin there has no input devices: presses are invoked through the service itself, which
 // reports them exactly as a key press.
+#include "BusCallCounter.h"
 #include "platform/KeyMap.h"
 #include "platform/kde/KGlobalAccelHotkey.h"
 
@@ -75,7 +76,7 @@ private slots:
 
         hotkey.unregisterHotkey();
         QVERIFY(!hotkey.isRegistered());
-        QCOMPARE(keysOf(raveloAction), QList<int>{});
+        QTRY_COMPARE(keysOf(raveloAction), QList<int>{});
         QVERIFY(invokeRavelo());
         QCOMPARE(activated.size(), 2);
     }
@@ -109,6 +110,34 @@ private slots:
         QVERIFY(invokeRavelo());
         QTRY_COMPARE(activated.size(), 3);
         QCOMPARE(activated.last().first().toString(), QStringLiteral("trigger"));
+    }
+
+    // Re-arming with unchanged keys, as every preference write does, leaves the service alone;
+    // a stop not followed by the same keys frees them.
+    void reArmingTheSameKeysKeepsThem()
+    {
+        BusCallCounter writes(QStringLiteral("org.kde.KGlobalAccel"),
+                              QStringLiteral("setShortcut"));
+        QVERIFY(writes.start());
+        KGlobalAccelHotkey hotkey;
+        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
+        QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+        const int first = writes.count();
+        for (int write = 0; write < 3; ++write) {
+            hotkey.unregisterHotkey();
+            QVERIFY(!hotkey.isRegistered());
+            QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(writes.count(), first);
+        QCOMPARE(keysOf(raveloAction), QList<int>{ctrlShiftK});
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(activated.size(), 1);
+
+        hotkey.unregisterHotkey();
+        QVERIFY(invokeRavelo());
+        QTRY_COMPARE(keysOf(raveloAction), QList<int>{});
+        QCOMPARE(activated.size(), 1);
     }
 
     void combinationHeldByAnotherActionIsRefused()

@@ -2,6 +2,7 @@
 // (with-kwin, where xdg-desktop-portal-kde answers). KWin there has no input devices: the
 // bound shortcut is pressed through KDE's shortcut service, which the KDE portal binds it in.
 #include "ChatServer.h"
+#include "BusCallCounter.h"
 #include "RaveloProcess.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"
@@ -9,6 +10,7 @@
 #include "model/PromptStore.h"
 #include "platform/KeyMap.h"
 #include "platform/PlatformServices.h"
+#include "platform/null/NullPlatform.h"
 #include "platform/portal/PortalGlobalShortcuts.h"
 #include "settings/HotkeySettings.h"
 #include "triggers/HotkeyManager.h"
@@ -24,6 +26,7 @@
 namespace {
 
 constexpr quint32 keyK = 40;
+constexpr quint32 keyJ = 38;
 constexpr quint32 ctrlShift = KeyMap::commandMask | KeyMap::shiftMask;
 
 QDBusMessage callAccel(const QString& path, const QString& interface, const QString& method,
@@ -164,6 +167,52 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, 15000);
         QCOMPARE(server.sentMessage(0, 0), second.systemPrompt);
         QCOMPARE(server.sentMessage(0, 1), QStringLiteral("Guten Morgen"));
+    }
+
+    // Every preference write re-arms the triggers: stop, then register as stored. The portal's
+    // session stays for unchanged keys, and only a change or a stop for good ends it.
+    void reArmingKeepsTheSessionOfTheSameKeys()
+    {
+        BusCallCounter sessions(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"),
+                                QStringLiteral("CreateSession"));
+        BusCallCounter closes(QStringLiteral("org.freedesktop.portal.Session"),
+                              QStringLiteral("Close"));
+        QVERIFY(sessions.start());
+        QVERIFY(closes.start());
+        auto owned = std::make_unique<PortalGlobalShortcuts>();
+        PortalGlobalShortcuts* hotkey = owned.get();
+        HotkeyManager manager(std::make_unique<NullGlobalKeyMonitor>(), std::move(owned));
+        QSignalSpy bound(hotkey, &PortalGlobalShortcuts::bindingFinished);
+        QSignalSpy triggered(&manager, &HotkeyManager::triggered);
+        manager.registerHotkey(keyK, ctrlShift);
+        QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 1, 15000);
+        QVERIFY(manager.isHotkeyRegistered());
+
+        for (int write = 0; write < 3; ++write) {
+            manager.stop();
+            QVERIFY(!manager.isHotkeyRegistered());
+            manager.registerHotkey(keyK, ctrlShift);
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(sessions.count(), 1);
+        QCOMPARE(closes.count(), 0);
+        QVERIFY(manager.isHotkeyRegistered());
+        QVERIFY(pressTrigger());
+        QTRY_COMPARE(triggered.size(), 1);
+
+        manager.stop();
+        manager.registerHotkey(keyJ, ctrlShift);
+        QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 2, 15000);
+        QCOMPARE(sessions.count(), 2);
+        QCOMPARE(closes.count(), 1);
+
+        // Stopped and not armed again: the session goes once the event loop is back.
+        manager.stop();
+        QTRY_COMPARE(closes.count(), 2);
+        QVERIFY(!manager.isHotkeyRegistered());
+        pressTrigger();
+        QCoreApplication::processEvents();
+        QCOMPARE(triggered.size(), 1);
     }
 
     // The recorded hotkey of a running ravelo opens its panel with the text copied last.

@@ -35,7 +35,8 @@ QDBusMessage call(const QString& method, const QVariantList& arguments)
 
 KGlobalAccelHotkey::~KGlobalAccelHotkey()
 {
-    unregisterHotkey();
+    m_active = false;
+    release();
 }
 
 bool KGlobalAccelHotkey::isAvailable()
@@ -76,7 +77,14 @@ bool KGlobalAccelHotkey::take(const Shortcut& shortcut)
 
 bool KGlobalAccelHotkey::registerShortcuts(const QList<Shortcut>& shortcuts)
 {
-    unregisterHotkey();
+    // The keys of a moment ago are still Ravelo's.
+    if (!shortcuts.isEmpty() && shortcuts == m_requested && !m_registered.isEmpty()) {
+        m_active = true;
+        return m_registered.size() == m_requested.size();
+    }
+    m_active = false;
+    release();
+    m_requested = shortcuts;
     if (shortcuts.isEmpty()) {
         return true;
     }
@@ -97,18 +105,40 @@ bool KGlobalAccelHotkey::registerShortcuts(const QList<Shortcut>& shortcuts)
     const QDBusReply<QDBusObjectPath> component =
         call(QStringLiteral("getComponent"), {QString::fromLatin1(componentName)});
     if (!component.isValid()) {
-        unregisterHotkey();
+        release();
         return false;
     }
     m_componentPath = component.value().path();
     QDBusConnection::sessionBus().connect(service, m_componentPath, componentInterface,
                                           QStringLiteral("globalShortcutPressed"), this,
                                           SLOT(handlePressed(QString, QString, qlonglong)));
+    m_active = true;
     return all;
 }
 
 void KGlobalAccelHotkey::unregisterHotkey()
 {
+    if (!m_active) {
+        return;
+    }
+    m_active = false;
+    if (!m_releaseQueued) {
+        m_releaseQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_releaseQueued = false;
+                if (!m_active) {
+                    release();
+                }
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void KGlobalAccelHotkey::release()
+{
+    m_requested.clear();
     if (m_registered.isEmpty()) {
         return;
     }
@@ -128,7 +158,7 @@ void KGlobalAccelHotkey::unregisterHotkey()
 
 bool KGlobalAccelHotkey::isRegistered(const QString& id) const
 {
-    return std::any_of(m_registered.cbegin(), m_registered.cend(),
+    return m_active && std::any_of(m_registered.cbegin(), m_registered.cend(),
                        [&id](const Shortcut& shortcut) { return shortcut.id == id; });
 }
 

@@ -69,7 +69,8 @@ void registerTypes()
 
 PortalGlobalShortcuts::~PortalGlobalShortcuts()
 {
-    unregisterHotkey();
+    m_active = false;
+    release();
 }
 
 bool PortalGlobalShortcuts::isAvailable()
@@ -153,22 +154,32 @@ QVariant PortalGlobalShortcuts::portalShortcuts() const
 
 bool PortalGlobalShortcuts::registerShortcuts(const QList<Shortcut>& shortcuts)
 {
-    unregisterHotkey();
-    registerTypes();
     bool all = true;
+    QList<Wanted> wanted;
     for (const Shortcut& shortcut : shortcuts) {
         const QString trigger = preferredTrigger(shortcut.keyCode, shortcut.modifiers);
         if (trigger.isEmpty()) {
             all = false;
             continue;
         }
-        m_wanted.append(
+        wanted.append(
             {shortcut.id, trigger,
              shortcut.description.isEmpty() ? tr("Open the Ravelo panel") : shortcut.description});
     }
+    // The session of a moment ago, bound or still binding, is kept for the same shortcuts.
+    if (!wanted.isEmpty() && wanted == m_wanted && (m_bound || m_pending)) {
+        m_active = true;
+        qCDebug(lcPlatform, "The desktop portal keeps its %d hotkey(s)", int(m_wanted.size()));
+        return all;
+    }
+    m_active = false;
+    release();
+    registerTypes();
+    m_wanted = wanted;
     if (m_wanted.isEmpty()) {
         return all;
     }
+    m_active = true;
     // The shortcuts go along with the session too: the KDE portal of Plasma 5.27 binds them
     // only from there.
     const bool sent = request(
@@ -219,7 +230,7 @@ void PortalGlobalShortcuts::bind()
 
 bool PortalGlobalShortcuts::isRegistered(const QString& id) const
 {
-    return m_bound && std::any_of(m_wanted.cbegin(), m_wanted.cend(),
+    return isRegistered() && std::any_of(m_wanted.cbegin(), m_wanted.cend(),
                                   [&id](const Wanted& wanted) { return wanted.id == id; });
 }
 
@@ -241,6 +252,26 @@ void PortalGlobalShortcuts::handleActivated(const QDBusObjectPath& session, cons
 }
 
 void PortalGlobalShortcuts::unregisterHotkey()
+{
+    if (!m_active) {
+        return;
+    }
+    m_active = false;
+    if (!m_releaseQueued) {
+        m_releaseQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_releaseQueued = false;
+                if (!m_active) {
+                    release();
+                }
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void PortalGlobalShortcuts::release()
 {
     m_pending = nullptr;
     m_bound = false;

@@ -14,6 +14,9 @@
 /// prompt's shortcut ("prompt-<id>") beside it in the same session; the desktop may let the
 /// user change them. Binding takes a round trip through the portal, so `registerShortcuts`
 /// answers at once and `isRegistered` turns true once the portal has bound them.
+/// Unregistering stops reporting at once but closes the session only once the event loop is
+/// back: the same shortcuts registered again before then keep it, so re-arming the triggers
+/// costs no new session.
 class PortalGlobalShortcuts : public GlobalHotkey {
     Q_OBJECT
 
@@ -26,7 +29,7 @@ public:
 
     bool registerShortcuts(const QList<Shortcut>& shortcuts) override;
     void unregisterHotkey() override;
-    bool isRegistered() const override { return m_bound; }
+    bool isRegistered() const override { return m_bound && m_active; }
     bool isRegistered(const QString& id) const override;
 
     /// The trigger as the portal takes it: "CTRL+SHIFT+k"; empty for keys without a keysym.
@@ -48,17 +51,22 @@ private:
     /// The wanted shortcuts as the portal takes them, a(sa{sv}).
     QVariant portalShortcuts() const;
     void bind();
+    void release();
     void closeSession();
 
     struct Wanted {
         QString id;
         QString trigger;
         QString description;
+        bool operator==(const Wanted&) const = default;
     };
     QList<Wanted> m_wanted;
     QString m_session;
     QString m_requestPath;
     ResponseHandler m_pending;
     bool m_bound = false;
+    /// Registered and not unregistered since; the session may outlive it until `release`.
+    bool m_active = false;
+    bool m_releaseQueued = false;
     int m_generation = 0;
 };
