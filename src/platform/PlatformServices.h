@@ -4,6 +4,7 @@
 #include "platform/ClipboardOwnerMonitor.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
+#include "platform/PasteTarget.h"
 
 #include <QString>
 
@@ -44,4 +45,7 @@ public:
     static HotkeyPath hotkeyPath();
     static std::unique_ptr<GlobalHotkey> createGlobalHotkey();
     static std::unique_ptr<AccessibilityTrust> createAccessibilityTrust();
+    /// XTest on an X11 desktop. In a Wayland session the windows the user types in are
+    /// mostly out of XTest's reach, so the answer is only copied there.
+    static std::unique_ptr<PasteTarget> createPasteTarget();
 };
