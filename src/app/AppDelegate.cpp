@@ -8,6 +8,7 @@
 #include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
 #include "platform/ModuleWindow.h"
+#include "platform/PasteTarget.h"
 #include "platform/PlatformServices.h"
 #include "settings/HotkeyRecording.h"
 #include "settings/SettingsWindow.h"
@@ -41,6 +42,7 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     , m_appState(appState)
     , m_hotkeyManager(std::move(hotkeyManager))
     , m_accessibility(PlatformServices::createAccessibilityTrust())
+    , m_pasteTarget(PlatformServices::createPasteTarget())
 {
     AppState::setQmlInstance(appState);
     m_clipboardDeadline.setSingleShot(true);
@@ -53,6 +55,12 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     qApp->installEventFilter(this);
     // While the key recorder listens, the hotkey's grab would take the very combination
     // being recorded, and a double copy could open the panel: both rest until it is done.
+    connect(m_pasteTarget.get(), &PasteTarget::pasted, this,
+            [] { qCDebug(lcApp, "Answer pasted"); });
+    connect(m_pasteTarget.get(), &PasteTarget::failed, this, [](const QString& reason) {
+        qCWarning(lcApp, "The answer is on the clipboard but was not pasted: %s",
+                  qPrintable(reason));
+    });
     connect(HotkeyRecording::instance(), &HotkeyRecording::activeChanged, this,
             [this](bool active) {
                 if (active) {
@@ -257,6 +265,11 @@ void AppDelegate::showPanel()
             }
         });
     }
+    // The window to paste into later is the one the user was in; a trigger while the panel
+    // has the focus keeps the one noted before.
+    if (!panel->isVisible() || !PlatformServices::keyboardFocusIsOwn()) {
+        m_pasteTarget->rememberActiveWindow();
+    }
     panel->centerAndShow();
 }
 
@@ -278,6 +291,11 @@ FloatingPanel* AppDelegate::createPanel(bool forTrigger)
                 self->copyResultAndClose();
             }
         };
+        m_panel->onPasteResultAndClose = [self] {
+            if (self) {
+                self->pasteResultAndClose();
+            }
+        };
         m_panel->onEnterPressed = [self] {
             if (self) {
                 self->showCustomInput();
@@ -291,6 +309,7 @@ FloatingPanel* AppDelegate::createPanel(bool forTrigger)
         connect(m_panel, &FloatingPanel::openPreferencesRequested, this,
                 &AppDelegate::openSettings);
         connect(m_panel, &FloatingPanel::closed, this, &AppDelegate::windowWillClose);
+        connect(m_panel, &FloatingPanel::pasteRequested, this, &AppDelegate::pasteResultAndClose);
     }
     return m_panel;
 }
@@ -360,6 +379,8 @@ void AppDelegate::runPrompt(const Prompt& prompt)
     // A cancelled run reports nothing, so none of these reach the state after it.
     connect(run, &ravelo::PromptRun::textReceived, m_appState, &AppState::appendResultText);
     connect(run, &ravelo::PromptRun::succeeded, this, [this] {
+        qCDebug(lcApp, "Answer complete: %lld characters",
+                qlonglong(m_appState->resultText().size()));
         m_currentRun = nullptr;
         m_appState->setIsLoading(false);
     });
@@ -393,6 +414,28 @@ void AppDelegate::copyResultAndClose()
     closePanel();
 }
 
+void AppDelegate::pasteResultAndClose()
+{
+    const QString result = m_appState->resultText();
+    if (result.isEmpty() || !m_panel || !m_panel->isVisible() || m_panel->showsCopiedNotice()) {
+        return;
+    }
+    if (QClipboard* clipboard = QGuiApplication::clipboard()) {
+        clipboard->setText(result, QClipboard::Clipboard);
+    }
+    if (!m_pasteTarget->canPaste() || !m_pasteTarget->hasTarget()) {
+        qCDebug(lcApp, "Answer copied; there is no window to paste it into");
+        // What was copied stays in view until the panel closes.
+        cancelCurrentRun();
+        m_appState->setIsLoading(false);
+        m_panel->closeAfterCopiedNotice();
+        return;
+    }
+    qCDebug(lcApp, "Answer copied; pasting it");
+    closePanel();
+    m_pasteTarget->paste();
+}
+
 void AppDelegate::showCustomInput()
 {
     m_appState->setShowCustomPromptInput(true);
@@ -423,6 +466,7 @@ void AppDelegate::closePanel()
 
 void AppDelegate::windowWillClose()
 {
+    qCDebug(lcApp, "Panel closed");
     cancelCurrentRun();
     m_appState->setResultText(QString());
     m_appState->setIsLoading(false);
