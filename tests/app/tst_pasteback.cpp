@@ -183,20 +183,36 @@ private slots:
         QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Hello world"));
     }
 
-    // The window the text came from went away while the panel was open: the answer is copied.
-    void copiesWhenTheWindowIsGone()
+    void copiesWhenThereIsNoOtherWindow_data()
     {
+        QTest::addColumn<bool>("preferences");
+        QTest::newRow("the window went away meanwhile") << false;
+        QTest::newRow("Ravelo's preferences had the focus") << true;
+    }
+
+    // Never into a window that is gone or one of Ravelo's own: the answer is copied instead.
+    void copiesWhenThereIsNoOtherWindow()
+    {
+        QFETCH(bool, preferences);
         if (m_wayland) {
             QSKIP("the Wayland session has its own test");
         }
         TextField field(QStringLiteral("Short lived"));
         QVERIFY(copyInField(field, QStringLiteral("Short lived")));
-        QVERIFY2(runPrompt("Gone"), m_ravelo.log().constData());
-        field.close();
+        if (preferences) {
+            QCOMPARE(runRavelo({QStringLiteral("preferences")}).exitCode, 0);
+            QTRY_VERIFY_WITH_TIMEOUT(!field.isActive(), 10000);
+            QTRY_VERIFY(activeWindow() != field.window());
+        }
+        QVERIFY2(runPrompt("Copied only"), m_ravelo.log().constData());
+        if (!preferences) {
+            field.close();
+        }
         QVERIFY(DesktopSession::key(QStringLiteral("ctrl+v")));
         QVERIFY(m_ravelo.logged("there is no window to paste it into"));
         QVERIFY(m_ravelo.logged("Panel closed"));
-        QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Gone"));
+        QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Copied only"));
+        QCOMPARE(field.text(), QStringLiteral("Short lived"));
     }
 
     // Where Ravelo cannot type into other applications, Ctrl+V copies, says so and closes.

@@ -126,6 +126,9 @@ xcb_window_t X11PasteTarget::activeWindow()
 
 void X11PasteTarget::rememberActiveWindow()
 {
+    if (m_pasting) {
+        finish(false, QStringLiteral("the panel was opened again first"));
+    }
     m_target = activeWindow();
     qCDebug(lcPaste, "Remembered window 0x%x", m_target);
 }
