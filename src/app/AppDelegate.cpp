@@ -51,16 +51,16 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     if (QClipboard* clipboard = QGuiApplication::clipboard()) {
         connect(clipboard, &QClipboard::dataChanged, this, &AppDelegate::noteClipboardChange);
     }
-    // Copy presses typed into Ravelo's own windows are noted to tell them from the system's.
-    qApp->installEventFilter(this);
-    // While the key recorder listens, the hotkey's grab would take the very combination
-    // being recorded, and a double copy could open the panel: both rest until it is done.
     connect(m_pasteTarget.get(), &PasteTarget::pasted, this,
             [] { qCDebug(lcApp, "Answer pasted"); });
     connect(m_pasteTarget.get(), &PasteTarget::failed, this, [](const QString& reason) {
         qCWarning(lcApp, "The answer is on the clipboard but was not pasted: %s",
                   qPrintable(reason));
     });
+    // Copy presses typed into Ravelo's own windows are noted to tell them from the system's.
+    qApp->installEventFilter(this);
+    // While the key recorder listens, the hotkey's grab would take the very combination
+    // being recorded, and a double copy could open the panel: both rest until it is done.
     connect(HotkeyRecording::instance(), &HotkeyRecording::activeChanged, this,
             [this](bool active) {
                 if (active) {
