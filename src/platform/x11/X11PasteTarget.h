@@ -33,7 +33,7 @@ public:
     xcb_window_t rememberedWindow() const { return m_target; }
 
     /// How long the window may take to get the focus and the user to let go of the keys.
-    static constexpr int focusLimitMs = 1500;
+    static constexpr int focusLimitMs = 3000;
 
 private:
     X11PasteTarget(xcb_connection_t* connection, int screenNumber);
