@@ -300,6 +300,22 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Opens the preferences (%1)</source>
         <translation>Öffnet die Einstellungen (%1)</translation>
     </message>
+    <message>
+        <source>Paste</source>
+        <translation>Einfügen</translation>
+    </message>
+    <message>
+        <source>Paste the result where the text was copied from</source>
+        <translation>Das Ergebnis dort einfügen, wo der Text kopiert wurde</translation>
+    </message>
+    <message>
+        <source>paste</source>
+        <translation>einfügen</translation>
+    </message>
+    <message>
+        <source>Copied — press %1</source>
+        <translation>Kopiert – %1 drücken</translation>
+    </message>
 </context>
 <context>
     <name>GeneralTab</name>

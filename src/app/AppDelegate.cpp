@@ -10,6 +10,7 @@
 #include "panel/FloatingPanel.h"
 #include "platform/AccessibilityTrust.h"
 #include "platform/ModuleWindow.h"
+#include "platform/PasteTarget.h"
 #include "platform/PlatformServices.h"
 #include "settings/HotkeyRecording.h"
 #include "settings/SettingsWindow.h"
@@ -45,6 +46,7 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     , m_appState(appState)
     , m_hotkeyManager(std::move(hotkeyManager))
     , m_accessibility(PlatformServices::createAccessibilityTrust())
+    , m_pasteTarget(PlatformServices::createPasteTarget())
 {
     AppState::setQmlInstance(appState);
     m_clipboardDeadline.setSingleShot(true);
@@ -53,6 +55,12 @@ AppDelegate::AppDelegate(AppState* appState, std::unique_ptr<HotkeyManager> hotk
     if (QClipboard* clipboard = QGuiApplication::clipboard()) {
         connect(clipboard, &QClipboard::dataChanged, this, &AppDelegate::noteClipboardChange);
     }
+    connect(m_pasteTarget.get(), &PasteTarget::pasted, this,
+            [] { qCDebug(lcApp, "Answer pasted"); });
+    connect(m_pasteTarget.get(), &PasteTarget::failed, this, [](const QString& reason) {
+        qCWarning(lcApp, "The answer is on the clipboard but was not pasted: %s",
+                  qPrintable(reason));
+    });
     // Copy presses typed into Ravelo's own windows are noted to tell them from the system's.
     qApp->installEventFilter(this);
     // While the key recorder listens, the hotkey's grab would take the very combination
@@ -308,6 +316,11 @@ void AppDelegate::showPanel()
             }
         });
     }
+    // The window to paste into later is the one the user was in; a trigger while the panel
+    // has the focus keeps the one noted before.
+    if (!panel->isVisible() || !PlatformServices::keyboardFocusIsOwn()) {
+        m_pasteTarget->rememberActiveWindow();
+    }
     panel->centerAndShow();
 }
 
@@ -329,6 +342,11 @@ FloatingPanel* AppDelegate::createPanel(bool forTrigger)
                 self->copyResultAndClose();
             }
         };
+        m_panel->onPasteResultAndClose = [self] {
+            if (self) {
+                self->pasteResultAndClose();
+            }
+        };
         m_panel->onEnterPressed = [self] {
             if (self) {
                 self->showCustomInput();
@@ -342,6 +360,7 @@ FloatingPanel* AppDelegate::createPanel(bool forTrigger)
         connect(m_panel, &FloatingPanel::openPreferencesRequested, this,
                 &AppDelegate::openSettings);
         connect(m_panel, &FloatingPanel::closed, this, &AppDelegate::windowWillClose);
+        connect(m_panel, &FloatingPanel::pasteRequested, this, &AppDelegate::pasteResultAndClose);
     }
     return m_panel;
 }
@@ -411,6 +430,8 @@ void AppDelegate::runPrompt(const Prompt& prompt)
     // A cancelled run reports nothing, so none of these reach the state after it.
     connect(run, &ravelo::PromptRun::textReceived, m_appState, &AppState::appendResultText);
     connect(run, &ravelo::PromptRun::succeeded, this, [this] {
+        qCDebug(lcApp, "Answer complete: %lld characters",
+                qlonglong(m_appState->resultText().size()));
         m_currentRun = nullptr;
         m_appState->setIsLoading(false);
     });
@@ -444,6 +465,28 @@ void AppDelegate::copyResultAndClose()
     closePanel();
 }
 
+void AppDelegate::pasteResultAndClose()
+{
+    const QString result = m_appState->resultText();
+    if (result.isEmpty() || !m_panel || !m_panel->isVisible() || m_panel->showsCopiedNotice()) {
+        return;
+    }
+    if (QClipboard* clipboard = QGuiApplication::clipboard()) {
+        clipboard->setText(result, QClipboard::Clipboard);
+    }
+    if (!m_pasteTarget->canPaste() || !m_pasteTarget->hasTarget()) {
+        qCDebug(lcApp, "Answer copied; there is no window to paste it into");
+        // What was copied stays in view until the panel closes.
+        cancelCurrentRun();
+        m_appState->setIsLoading(false);
+        m_panel->closeAfterCopiedNotice();
+        return;
+    }
+    qCDebug(lcApp, "Answer copied; pasting it");
+    closePanel();
+    m_pasteTarget->paste();
+}
+
 void AppDelegate::showCustomInput()
 {
     m_appState->setShowCustomPromptInput(true);
@@ -474,6 +517,7 @@ void AppDelegate::closePanel()
 
 void AppDelegate::windowWillClose()
 {
+    qCDebug(lcApp, "Panel closed");
     cancelCurrentRun();
     m_appState->setResultText(QString());
     m_appState->setIsLoading(false);

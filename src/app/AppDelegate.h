@@ -16,6 +16,7 @@ class AccessibilityTrust;
 class AppState;
 class FloatingPanel;
 class HotkeyManager;
+class PasteTarget;
 
 class QMessageBox;
 class SettingsWindow;
@@ -69,6 +70,11 @@ public:
     void runPromptNumbered(qint64 number);
     /// Puts the answer on the clipboard and closes the panel; nothing when there is none.
     void copyResultAndClose();
+    /// Puts the answer on the clipboard, closes the panel and pastes the answer into the
+    /// window that had the focus when the panel opened. Where that cannot be done, the panel
+    /// says the answer was copied for a moment before it closes. Nothing when there is no
+    /// answer.
+    void pasteResultAndClose();
     void showCustomInput();
     /// Hides the custom prompt field and clears it; false when it was not shown.
     bool dismissCustomInput();
@@ -114,6 +120,7 @@ private:
     AppState* m_appState;
     std::unique_ptr<HotkeyManager> m_hotkeyManager;
     std::unique_ptr<AccessibilityTrust> m_accessibility;
+    std::unique_ptr<PasteTarget> m_pasteTarget;
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastClipboardChange;
     /// The last copy shortcut typed into one of Ravelo's own windows.
     std::optional<DoubleCopyDetector::Clock::time_point> m_lastOwnCopyPress;

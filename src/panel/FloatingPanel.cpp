@@ -107,6 +107,7 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent, Keyboard keybo
             SIGNAL(customPromptSubmitted(QString)));
     connect(m_view, SIGNAL(close()), this, SIGNAL(closeRequested()));
     connect(m_view, SIGNAL(openPreferences()), this, SIGNAL(openPreferencesRequested()));
+    connect(m_view, SIGNAL(paste()), this, SIGNAL(pasteRequested()));
     connect(m_view, &QQuickItem::implicitWidthChanged, this, &FloatingPanel::fitToView);
     connect(m_view, &QQuickItem::implicitHeightChanged, this, &FloatingPanel::fitToView);
     // The card grows and shrinks inside the window, and the buttons move with its bottom.
@@ -124,6 +125,9 @@ FloatingPanel::FloatingPanel(QQmlEngine* engine, QWindow* parent, Keyboard keybo
             m_support->releaseKeyboard();
         }
     });
+    m_noticeTimer.setSingleShot(true);
+    m_noticeTimer.setInterval(noticeDuration);
+    connect(&m_noticeTimer, &QTimer::timeout, this, &QWindow::close);
     fitToView();
 }
 
@@ -156,6 +160,7 @@ void FloatingPanel::centerAndShow()
     if (screen != this->screen()) {
         setScreen(screen);
     }
+    setCopiedNoticeShown(false);
     const QRect area = screen->availableGeometry();
     if (m_view) {
         m_view->setProperty("availableHeight", area.height());
@@ -217,6 +222,27 @@ void FloatingPanel::stepBack()
     }
 }
 
+void FloatingPanel::closeAfterCopiedNotice()
+{
+    if (!isVisible()) {
+        return;
+    }
+    focusContent();
+    setCopiedNoticeShown(true);
+    m_noticeTimer.start();
+    qCDebug(lcPanel, "Copied notice shown");
+}
+
+void FloatingPanel::setCopiedNoticeShown(bool shown)
+{
+    if (!shown) {
+        m_noticeTimer.stop();
+    }
+    if (m_view) {
+        m_view->setProperty("copiedNoticeShown", shown);
+    }
+}
+
 bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
 {
     if (!isVisible() || !(isActive() || m_support->holdsKeyboard())) {
@@ -227,6 +253,13 @@ bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
     const Qt::KeyboardModifiers modifiers = event.modifiers();
     const int key = event.key();
 
+    if (m_noticeTimer.isActive()) {
+        // The panel is on its way out: only Esc hurries it.
+        if (key == Qt::Key_Escape) {
+            close();
+        }
+        return true;
+    }
     if (key == Qt::Key_Escape) {
         if (editing) {
             return false;
@@ -243,6 +276,16 @@ bool FloatingPanel::routeKeyDown(const QKeyEvent& event)
         }
         if (onCopyResultAndClose) {
             onCopyResultAndClose();
+        }
+        return true;
+    }
+    if (key == Qt::Key_V && (modifiers & Qt::ControlModifier) &&
+        !(modifiers & (Qt::ShiftModifier | Qt::AltModifier))) {
+        if (editing) {
+            return false;
+        }
+        if (onPasteResultAndClose) {
+            onPasteResultAndClose();
         }
         return true;
     }
@@ -292,6 +335,7 @@ bool FloatingPanel::event(QEvent* event)
         // Closing only hides: the panel, its native window and its callbacks stay for the
         // next trigger.
         const bool wasVisible = isVisible();
+        setCopiedNoticeShown(false);
         hide();
         event->accept();
         if (wasVisible) {

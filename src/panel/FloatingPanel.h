@@ -6,7 +6,9 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QRegion>
+#include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -38,6 +40,8 @@ public:
     std::function<void(int)> onNumberKeyPressed;
     /// The copy shortcut was pressed with no text selected.
     std::function<void()> onCopyResultAndClose;
+    /// The paste shortcut was pressed while no text field was being edited.
+    std::function<void()> onPasteResultAndClose;
     /// Return or keypad Enter was pressed while no text field was being edited.
     std::function<void()> onEnterPressed;
     /// Esc was pressed while no text field was being edited; true keeps the panel open.
@@ -56,6 +60,11 @@ public:
     void releaseKeyboard();
     /// Lets the application's other windows come over the panel until it is shown again.
     void stepBack();
+    /// Says that the answer was copied and is to be pasted by hand, for `noticeDuration`, then
+    /// closes. Esc closes at once; other keys do nothing meanwhile.
+    void closeAfterCopiedNotice();
+    bool showsCopiedNotice() const { return m_noticeTimer.isActive(); }
+    static constexpr std::chrono::milliseconds noticeDuration{1000};
 
     /// The FloatingPanelView item.
     QQuickItem* view() const { return m_view; }
@@ -75,6 +84,8 @@ signals:
     void customPromptSubmitted(const QString& text);
     void closeRequested();
     void openPreferencesRequested();
+    /// The paste button was clicked.
+    void pasteRequested();
     /// The panel was closed (Esc, the owner's `close()`, or the window manager).
     void closed();
 
@@ -94,6 +105,7 @@ private:
     void updateShape();
     void focusContent();
     bool keepUntilShown(QKeyEvent* event);
+    void setCopiedNoticeShown(bool shown);
 
     std::unique_ptr<PanelWindowSupport> m_support;
     QPointer<QQuickItem> m_view;
@@ -103,4 +115,5 @@ private:
     bool m_activationPending = false;
     int m_activationAttempts = 0;
     std::vector<std::unique_ptr<QKeyEvent>> m_keysBeforeShown;
+    QTimer m_noticeTimer;
 };

@@ -46,6 +46,10 @@ FocusScope {
     signal customPromptSubmitted(string text)
     signal close
     signal openPreferences
+    signal paste
+
+    // Set by the window for a moment before it closes, where the answer could only be copied.
+    property bool copiedNoticeShown: false
 
     implicitWidth: card.width + 2 * margin
 
@@ -640,52 +644,129 @@ FocusScope {
                     Item {
                         id: copyRow
 
-                        width: copyButton.implicitWidth
+                        width: parent.width - 64
                         height: copyButton.implicitHeight + 6
 
-                        AbstractButton {
-                            id: copyButton
-
-                            objectName: "copyButton"
+                        Row {
                             y: 6
-                            // Invisible but in place while there is nothing to copy, so nothing
-                            // below moves when the first text arrives.
-                            opacity: answerText.empty ? 0 : 1
-                            enabled: !answerText.empty
-                            hoverEnabled: true
-                            focusPolicy: Qt.TabFocus
-                            padding: 0
-                            Accessible.name: qsTr("Copy")
-                            Accessible.description: ToolTip.text
-                            ToolTip.visible: hovered && enabled
-                            ToolTip.delay: 600
-                            ToolTip.text: qsTr("Copy result to clipboard")
-                            onClicked: root.copyResult()
+                            spacing: 14
 
-                            contentItem: Row {
-                                spacing: 4
+                            AbstractButton {
+                                id: copyButton
 
-                                PanelIcon {
-                                    anchors.verticalCenter: parent.verticalCenter
-                                    symbol: "doc.on.doc"
-                                    name: "edit-copy-symbolic"
-                                    size: 10
-                                    color: PanelPalette.captionText
+                                objectName: "copyButton"
+                                // Invisible but in place while there is nothing to copy, so
+                                // nothing below moves when the first text arrives.
+                                opacity: answerText.empty || root.copiedNoticeShown ? 0 : 1
+                                enabled: !answerText.empty
+                                hoverEnabled: true
+                                focusPolicy: Qt.TabFocus
+                                padding: 0
+                                Accessible.name: qsTr("Copy")
+                                Accessible.description: ToolTip.text
+                                ToolTip.visible: hovered && enabled
+                                ToolTip.delay: 600
+                                ToolTip.text: qsTr("Copy result to clipboard")
+                                onClicked: root.copyResult()
+
+                                contentItem: Row {
+                                    spacing: 4
+
+                                    PanelIcon {
+                                        anchors.verticalCenter: parent.verticalCenter
+                                        symbol: "doc.on.doc"
+                                        name: "edit-copy-symbolic"
+                                        size: 10
+                                        color: PanelPalette.captionText
+                                    }
+
+                                    Text {
+                                        anchors.verticalCenter: parent.verticalCenter
+                                        text: qsTr("Copy (%1)").arg(KeyNames.shortcut("\u2318C"))
+                                        color: PanelPalette.captionText
+                                        font.family: PanelPalette.family
+                                        font.pixelSize: 11
+                                        font.weight: Font.Medium
+                                    }
                                 }
+                                background: Item {}
 
-                                Text {
-                                    anchors.verticalCenter: parent.verticalCenter
-                                    text: qsTr("Copy (%1)").arg(KeyNames.shortcut("\u2318C"))
-                                    color: PanelPalette.captionText
-                                    font.family: PanelPalette.family
-                                    font.pixelSize: 11
-                                    font.weight: Font.Medium
+                                FocusRing {
+                                    visible: copyButton.visualFocus
                                 }
                             }
-                            background: Item {}
 
-                            FocusRing {
-                                visible: copyButton.visualFocus
+                            // Pastes into the window the text was copied from, as Ctrl+V does.
+                            AbstractButton {
+                                id: pasteButton
+
+                                objectName: "pasteButton"
+                                anchors.verticalCenter: parent.verticalCenter
+                                opacity: copyButton.opacity
+                                enabled: !answerText.empty
+                                hoverEnabled: true
+                                focusPolicy: Qt.TabFocus
+                                padding: 0
+                                Accessible.name: qsTr("Paste")
+                                Accessible.description: ToolTip.text
+                                ToolTip.visible: hovered && enabled
+                                ToolTip.delay: 600
+                                ToolTip.text: qsTr("Paste the result where the text was copied from")
+                                onClicked: root.paste()
+
+                                contentItem: Row {
+                                    spacing: 5
+
+                                    Text {
+                                        anchors.verticalCenter: parent.verticalCenter
+                                        text: KeyNames.shortcut("\u2318V")
+                                        color: PanelPalette.captionText
+                                        font.family: PanelPalette.family
+                                        font.pixelSize: 11
+                                        font.weight: Font.Bold
+                                    }
+
+                                    Text {
+                                        anchors.verticalCenter: parent.verticalCenter
+                                        text: qsTr("paste")
+                                        color: PanelPalette.captionText
+                                        font.family: PanelPalette.family
+                                        font.pixelSize: 11
+                                        font.weight: Font.Medium
+                                    }
+                                }
+                                background: Item {}
+
+                                FocusRing {
+                                    visible: pasteButton.visualFocus
+                                }
+                            }
+                        }
+
+                        // Where pasting into another application is not possible.
+                        Row {
+                            objectName: "copiedNotice"
+                            y: 6
+                            spacing: 4
+                            visible: root.copiedNoticeShown
+
+                            PanelIcon {
+                                anchors.verticalCenter: parent.verticalCenter
+                                symbol: "doc.on.doc"
+                                name: "edit-copy-symbolic"
+                                size: 10
+                                color: PanelPalette.primaryText
+                            }
+
+                            Text {
+                                anchors.verticalCenter: parent.verticalCenter
+                                text: qsTr("Copied \u2014 press %1").arg(KeyNames.shortcut("\u2318V"))
+                                color: PanelPalette.primaryText
+                                font.family: PanelPalette.family
+                                font.pixelSize: 11
+                                font.weight: Font.Medium
+                                Accessible.role: Accessible.StaticText
+                                Accessible.name: text
                             }
                         }
                     }

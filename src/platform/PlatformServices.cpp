@@ -3,6 +3,7 @@
 #include "platform/PlatformLogging.h"
 #include "platform/gnome/GnomeCustomShortcut.h"
 #include "platform/kde/KGlobalAccelHotkey.h"
+#include "platform/null/NullPasteTarget.h"
 #include "platform/null/NullPlatform.h"
 #include "platform/portal/PortalGlobalShortcuts.h"
 #include "platform/wayland/WaylandClipboardMonitor.h"
@@ -10,6 +11,7 @@
 #include "platform/x11/X11ClipboardOwnerMonitor.h"
 #include "platform/x11/X11GlobalHotkey.h"
 #include "platform/x11/X11GlobalKeyMonitor.h"
+#include "platform/x11/X11PasteTarget.h"
 
 #include <QGuiApplication>
 #include <QWindow>
@@ -177,4 +179,14 @@ std::unique_ptr<AccessibilityTrust> PlatformServices::createAccessibilityTrust()
         return std::make_unique<X11AccessibilityTrust>();
     }
     return std::make_unique<NullAccessibilityTrust>();
+}
+
+std::unique_ptr<PasteTarget> PlatformServices::createPasteTarget()
+{
+    if (!isWaylandSession() && backend() == Backend::X11) {
+        if (auto x11 = X11PasteTarget::create()) {
+            return x11;
+        }
+    }
+    return std::make_unique<NullPasteTarget>();
 }

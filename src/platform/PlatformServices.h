@@ -5,6 +5,7 @@
 #include "platform/DesktopShortcut.h"
 #include "platform/GlobalHotkey.h"
 #include "platform/GlobalKeyMonitor.h"
+#include "platform/PasteTarget.h"
 
 #include <QString>
 
@@ -50,4 +51,7 @@ public:
     /// user: GNOME without the portal's global shortcuts (before GNOME 48). Null elsewhere.
     static std::unique_ptr<DesktopShortcut> createDesktopShortcut();
     static std::unique_ptr<AccessibilityTrust> createAccessibilityTrust();
+    /// XTest on an X11 desktop. In a Wayland session the windows the user types in are
+    /// mostly out of XTest's reach, so the answer is only copied there.
+    static std::unique_ptr<PasteTarget> createPasteTarget();
 };

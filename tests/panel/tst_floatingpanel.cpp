@@ -1,3 +1,4 @@
+#include "DesktopSession.h"
 #include "PanelFixture.h"
 #include "model/Translations.h"
 
@@ -23,6 +24,7 @@ private slots:
     void routesKeys();
     void digitsTypeIntoTheCustomField();
     void copyShortcutCopiesASelectionNormally();
+    void copiedNoticeShowsThenCloses();
     void escClosesAndTheNextShowPlacesAnew();
     void placesAboveTheMiddleOfTheScreen();
     void showsTheStartOfALongCopy_data();
@@ -55,6 +57,7 @@ private:
     std::unique_ptr<PanelFixture> f;
     std::optional<int> m_number;
     int m_copies = 0;
+    int m_pastes = 0;
     int m_enters = 0;
     int m_escapes = 0;
     bool m_escConsumes = false;
@@ -64,10 +67,11 @@ void TestFloatingPanel::init()
 {
     f = std::make_unique<PanelFixture>();
     m_number.reset();
-    m_copies = m_enters = m_escapes = 0;
+    m_copies = m_pastes = m_enters = m_escapes = 0;
     m_escConsumes = false;
     f->panel->onNumberKeyPressed = [this](int n) { m_number = n; };
     f->panel->onCopyResultAndClose = [this] { ++m_copies; };
+    f->panel->onPasteResultAndClose = [this] { ++m_pastes; };
     f->panel->onEnterPressed = [this] { ++m_enters; };
     f->panel->onEscPressed = [this] {
         ++m_escapes;
@@ -167,6 +171,18 @@ void TestFloatingPanel::routesKeys_data()
     QTest::newRow("Ctrl+Alt+C") << "content" << int(Qt::Key_C)
                                 << (Qt::ControlModifier | Qt::AltModifier) << noText << false
                                 << nothing;
+    QTest::newRow("Ctrl+V") << "content" << int(Qt::Key_V)
+                            << Qt::KeyboardModifiers(Qt::ControlModifier) << noText << true
+                            << "paste";
+    QTest::newRow("Ctrl+V in the answer")
+        << "answer+selection" << int(Qt::Key_V) << Qt::KeyboardModifiers(Qt::ControlModifier)
+        << noText << true << "paste";
+    QTest::newRow("Ctrl+V while editing")
+        << "field" << int(Qt::Key_V) << Qt::KeyboardModifiers(Qt::ControlModifier) << noText
+        << false << nothing;
+    QTest::newRow("Ctrl+Shift+V") << "content" << int(Qt::Key_V)
+                                  << (Qt::ControlModifier | Qt::ShiftModifier) << noText << false
+                                  << nothing;
     QTest::newRow("C alone") << "content" << int(Qt::Key_C) << none << QStringLiteral("c") << false
                              << nothing;
     QTest::newRow("Return") << "content" << int(Qt::Key_Return) << none << QStringLiteral("\r")
@@ -254,6 +270,9 @@ void TestFloatingPanel::routesKeys()
     if (m_copies) {
         happened << QStringLiteral("copy");
     }
+    if (m_pastes) {
+        happened << QStringLiteral("paste");
+    }
     if (m_enters) {
         happened << QStringLiteral("enter");
     }
@@ -295,6 +314,34 @@ void TestFloatingPanel::copyShortcutCopiesASelectionNormally()
     QMetaObject::invokeMethod(f->item("answerText"), "deselect");
     QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
     QCOMPARE(m_copies, 1);
+}
+
+// Where the answer could only be copied, the panel says so for a moment, ignoring the keys
+// meant for it, then closes; the next show starts without the notice.
+void TestFloatingPanel::copiedNoticeShowsThenCloses()
+{
+    f->state->setResultText(QStringLiteral("An answer"));
+    QQuickItem* notice = f->item("copiedNotice");
+    QVERIFY(!notice->isVisible());
+    QSignalSpy closed(f->panel.get(), &FloatingPanel::closed);
+    f->panel->closeAfterCopiedNotice();
+    QVERIFY(notice->isVisible());
+    QVERIFY(DesktopSession::findItemWithText(notice, QStringLiteral("Copied \u2014 press Ctrl+V")));
+    QCOMPARE(f->item("copyButton")->opacity(), 0.0);
+    QVERIFY(
+        f->panel->routeKeyDown(QKeyEvent(QEvent::KeyPress, Qt::Key_2, {}, QStringLiteral("2"))));
+    QVERIFY(f->panel->routeKeyDown(QKeyEvent(QEvent::KeyPress, Qt::Key_V, Qt::ControlModifier)));
+    QVERIFY(!m_number && m_pastes == 0);
+    QVERIFY(f->panel->isVisible());
+    QVERIFY(closed.wait(int(2 * FloatingPanel::noticeDuration.count())));
+    QVERIFY(!f->panel->isVisible());
+
+    QVERIFY(f->showAndFocus());
+    QVERIFY(!notice->isVisible());
+    QCOMPARE(f->item("copyButton")->opacity(), 1.0);
+    f->panel->closeAfterCopiedNotice();
+    QVERIFY(f->panel->routeKeyDown(QKeyEvent(QEvent::KeyPress, Qt::Key_Escape, {})));
+    QCOMPARE(closed.count(), 2);
 }
 
 void TestFloatingPanel::escClosesAndTheNextShowPlacesAnew()

@@ -42,6 +42,7 @@ private slots:
         const auto monitor = PlatformServices::createGlobalKeyMonitor();
         const auto hotkey = PlatformServices::createGlobalHotkey();
         const auto trust = PlatformServices::createAccessibilityTrust();
+        QVERIFY(!PlatformServices::createPasteTarget()->canPaste());
         QVERIFY(!monitor->start());
         QVERIFY(!monitor->isActive());
         QVERIFY(!hotkey->registerHotkey(49, 768));

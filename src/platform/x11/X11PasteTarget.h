@@ -1,0 +1,68 @@
+#pragma once
+
+#include "platform/PasteTarget.h"
+
+#include <QTimer>
+
+#include <xcb/xcb.h>
+
+#include <memory>
+#include <vector>
+
+class QSocketNotifier;
+
+/// Pasting on X11, on a connection of its own: the remembered window is `_NET_ACTIVE_WINDOW`
+/// at the time, activated again as a pager would (which focus-stealing prevention lets
+/// through), and once the server reports the focus in it and the user has let go of every
+/// key but the modifiers, XTest types Ctrl+V. A Ctrl the user still holds is used as it
+/// is; one pressed here is released here.
+class X11PasteTarget : public PasteTarget {
+    Q_OBJECT
+
+public:
+    /// None when the X server cannot be reached or has no XTest.
+    static std::unique_ptr<X11PasteTarget> create();
+    ~X11PasteTarget() override;
+
+    bool canPaste() const override { return true; }
+    void rememberActiveWindow() override;
+    bool hasTarget() override;
+    void paste() override;
+
+    /// The window remembered last; none when there was none.
+    xcb_window_t rememberedWindow() const { return m_target; }
+
+    /// How long the window may take to get the focus and the user to let go of the keys.
+    static constexpr int focusLimitMs = 3000;
+
+private:
+    X11PasteTarget(xcb_connection_t* connection, int screenNumber);
+
+    xcb_atom_t atom(const char* name);
+    xcb_window_t activeWindow();
+    bool windowManagerSupports(xcb_atom_t feature);
+    bool isOwnWindow(xcb_window_t window);
+    bool exists(xcb_window_t window);
+    bool focusIsOnTarget();
+    /// Keycodes the modifier map lists, and those of the Control modifier.
+    void readModifierMap(std::vector<xcb_keycode_t>& modifiers,
+                         std::vector<xcb_keycode_t>& control);
+    xcb_keycode_t keycodeOfV();
+    xcb_timestamp_t currentTime();
+    void activateTarget();
+    void readEvents();
+    void handleEvent(const xcb_generic_event_t* event);
+    void advance();
+    void typePaste(const std::vector<xcb_keycode_t>& control, bool controlHeld);
+    void finish(bool done, const QString& reason = QString());
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_root = XCB_NONE;
+    xcb_window_t m_clockWindow = XCB_NONE;
+    xcb_window_t m_target = XCB_NONE;
+    bool m_pasting = false;
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    QTimer m_deadline;
+    /// While the focus is there but keys are still held: how often to look again.
+    QTimer m_keysReleased;
+};
