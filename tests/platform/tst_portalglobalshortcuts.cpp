@@ -1,8 +1,8 @@
 // The hotkey through the desktop portal's GlobalShortcuts in a real headless KWin session
 // (with-kwin, where xdg-desktop-portal-kde answers). KWin there has no input devices: the
 // bound shortcut is pressed through KDE's shortcut service, which the KDE portal binds it in.
-#include "ChatServer.h"
 #include "BusCallCounter.h"
+#include "ChatServer.h"
 #include "RaveloProcess.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"

@@ -159,7 +159,7 @@ void KGlobalAccelHotkey::release()
 bool KGlobalAccelHotkey::isRegistered(const QString& id) const
 {
     return m_active && std::any_of(m_registered.cbegin(), m_registered.cend(),
-                       [&id](const Shortcut& shortcut) { return shortcut.id == id; });
+                                   [&id](const Shortcut& shortcut) { return shortcut.id == id; });
 }
 
 void KGlobalAccelHotkey::handlePressed(const QString& component, const QString& action,

@@ -231,7 +231,7 @@ void PortalGlobalShortcuts::bind()
 bool PortalGlobalShortcuts::isRegistered(const QString& id) const
 {
     return isRegistered() && std::any_of(m_wanted.cbegin(), m_wanted.cend(),
-                                  [&id](const Wanted& wanted) { return wanted.id == id; });
+                                         [&id](const Wanted& wanted) { return wanted.id == id; });
 }
 
 void PortalGlobalShortcuts::handleResponse(uint response, const QVariantMap& results)
