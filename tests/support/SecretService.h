@@ -11,7 +11,9 @@
 
 /// A Secret Service of the test's own: gnome-keyring, unlocked, on a session bus of its own,
 /// keeping its keyrings in a temporary folder. `useInThisProcess` points this process's
-/// session bus at it; call it before anything here talks to D-Bus, which keeps its first bus.
+/// session bus at it; call it before anything here talks to D-Bus, which keeps its first bus,
+/// and keep the service to the end of the process: GLib ends a process with SIGTERM when the
+/// session bus it talked to goes away.
 class SecretService {
 public:
     SecretService() = default;
