@@ -485,8 +485,6 @@ void PreferenceStore::keyringRead(QKeychain::Job* job)
         setApiKeyStorage(ApiKeyStorage::File);
         if (typed) {
             write(Preferences::apiKey, *typed);
-        } else {
-            emit changed();
         }
         return;
     }
@@ -505,7 +503,6 @@ void PreferenceStore::keyringRead(QKeychain::Job* job)
     }
     setApiKeyStorage(ApiKeyStorage::Keyring);
     startKeyringWrite();
-    emit changed();
 }
 
 void PreferenceStore::saveApiKeyNow()
@@ -591,7 +588,10 @@ void PreferenceStore::removeApiKeyFromFile()
 void PreferenceStore::finishKeyringWrites()
 {
     startKeyringWrite();
-    while (m_keyringJob) {
+    // A read nothing was typed during has nothing to lose: a keyring waiting to be unlocked
+    // does not hold up the end.
+    while (m_keyringJob &&
+           (m_apiKeyStorage == ApiKeyStorage::Keyring || m_keyEditedWhileReading)) {
         const QPointer<QKeychain::Job> job = m_keyringJob;
         QEventLoop loop;
         connect(job, &QKeychain::Job::finished, &loop, &QEventLoop::quit);

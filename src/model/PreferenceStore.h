@@ -157,8 +157,9 @@ public:
     Q_INVOKABLE void setValue(const QString& name, const QVariant& value);
 
 signals:
-    /// Emitted after every write, of any key, and when the key has been read from the keyring.
+    /// Emitted after every write, of any key.
     void changed();
+    /// Also when the keyring has answered: the key may read differently from then on.
     void apiKeyStorageChanged();
     /// The keyring took a changed key.
     void apiKeyStoredInKeyring();

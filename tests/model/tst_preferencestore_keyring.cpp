@@ -98,6 +98,19 @@ private slots:
         QVERIFY(store->contains(Preferences::apiKey));
     }
 
+    // The controller re-arms the triggers at every write: the keyring's answer is none.
+    void keyringAnswerIsNoWrite()
+    {
+        QVERIFY(m_secrets.store(service, keyName, QStringLiteral("sk-kept")));
+        PreferenceStore store(m_path);
+        QSignalSpy changed(&store, &PreferenceStore::changed);
+        QSignalSpy storage(&store, &PreferenceStore::apiKeyStorageChanged);
+        store.useKeyring();
+        QTRY_COMPARE(store.apiKeyStorage(), PreferenceStore::ApiKeyStorage::Keyring);
+        QCOMPARE(storage.size(), 2);
+        QCOMPARE(changed.size(), 0);
+    }
+
     void typingIsWrittenOnceWhenItPauses()
     {
         auto store = keyringStore();
