@@ -590,8 +590,7 @@ void PreferenceStore::finishKeyringWrites()
     startKeyringWrite();
     // A read nothing was typed during has nothing to lose: a keyring waiting to be unlocked
     // does not hold up the end.
-    while (m_keyringJob &&
-           (m_apiKeyStorage == ApiKeyStorage::Keyring || m_keyEditedWhileReading)) {
+    while (m_keyringJob && (m_apiKeyStorage == ApiKeyStorage::Keyring || m_keyEditedWhileReading)) {
         const QPointer<QKeychain::Job> job = m_keyringJob;
         QEventLoop loop;
         connect(job, &QKeychain::Job::finished, &loop, &QEventLoop::quit);

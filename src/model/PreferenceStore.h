@@ -102,7 +102,7 @@ public:
     };
     Q_ENUM(ApiKeyStorage)
 
-    /// Where the key goes in the keyring.
+    /// The service of the key's keyring entry; the entry's key is the preference's name.
     static constexpr const char* keyringService = "Ravelo";
 
     explicit PreferenceStore(QObject* parent = nullptr);
@@ -159,7 +159,7 @@ public:
 signals:
     /// Emitted after every write, of any key.
     void changed();
-    /// Also when the keyring has answered: the key may read differently from then on.
+    /// Once the keyring has answered, the key may read differently: views show it anew.
     void apiKeyStorageChanged();
     /// The keyring took a changed key.
     void apiKeyStoredInKeyring();
