@@ -18,9 +18,9 @@ Q_LOGGING_CATEGORY(lcPreferences, "ravelo.preferences", QtInfoMsg)
 namespace {
 
 constexpr QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner;
-// A keyring that asks to be unlocked waits for the user; at the end, a key it has not taken
-// by then is kept in the file instead.
-constexpr std::chrono::seconds keyringPatienceAtEnd{20};
+// A keyring that asks to be unlocked waits for the user, who is quitting; a key it has not
+// taken by then is kept in the file instead.
+constexpr std::chrono::seconds keyringPatienceAtEnd{5};
 constexpr std::chrono::milliseconds defaultKeyringWriteDelay{700};
 
 QString keyName(const PreferenceKey& key)
@@ -588,9 +588,15 @@ void PreferenceStore::removeApiKeyFromFile()
 void PreferenceStore::finishKeyringWrites()
 {
     startKeyringWrite();
-    // A read nothing was typed during has nothing to lose: a keyring waiting to be unlocked
-    // does not hold up the end.
-    while (m_keyringJob && (m_apiKeyStorage == ApiKeyStorage::Keyring || m_keyEditedWhileReading)) {
+    // Nothing to lose when nothing was typed while the keyring was being read, or when the
+    // file still holds the key on its way to the keyring: a keyring waiting to be unlocked
+    // does not hold up the end then.
+    const auto keyIsSafe = [this] {
+        return (m_apiKeyStorage == ApiKeyStorage::ReadingKeyring && !m_keyEditedWhileReading) ||
+               (m_settings->contains(keyName(Preferences::apiKey)) &&
+                fileString(Preferences::apiKey) == m_apiKey);
+    };
+    while (m_keyringJob && !keyIsSafe()) {
         const QPointer<QKeychain::Job> job = m_keyringJob;
         QEventLoop loop;
         connect(job, &QKeychain::Job::finished, &loop, &QEventLoop::quit);
