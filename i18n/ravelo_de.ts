@@ -371,6 +371,18 @@ Exit-Status von trigger und quit: 1, wenn Ravelo nicht läuft.
         <source>Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens.</source>
         <translation>Preise je 1 Mio. Tokens (Standardstufe). Eine typische Anfrage braucht ca. 500–1500 Tokens.</translation>
     </message>
+    <message>
+        <source>The API key is kept in the system keyring.</source>
+        <translation>Der API-Schlüssel liegt im Schlüsselbund des Systems.</translation>
+    </message>
+    <message>
+        <source>Reading the API key from the system keyring…</source>
+        <translation>Der API-Schlüssel wird aus dem Schlüsselbund des Systems gelesen…</translation>
+    </message>
+    <message>
+        <source>No system keyring is available: the API key is kept in %1, readable by you alone.</source>
+        <translation>Kein Schlüsselbund des Systems verfügbar: Der API-Schlüssel liegt in %1, nur für Sie lesbar.</translation>
+    </message>
 </context>
 <context>
     <name>GnomeCustomShortcut</name>

@@ -7,6 +7,8 @@ RAVELO_PACKAGES=(
     cmake ninja-build g++ pkg-config clang-format
     qt6-base-dev qt6-base-private-dev qt6-declarative-dev qt6-declarative-private-dev
     qt6-svg-dev libgl-dev
+    # the API key in the system keyring; QtKeychain loads libsecret when it runs
+    qtkeychain-qt6-dev libsecret-1-0
     # the translation catalogues: lupdate and lrelease, their CMake functions, Qt's own texts
     qt6-l10n-tools qt6-tools-dev qt6-translations-l10n
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
@@ -20,6 +22,8 @@ RAVELO_PACKAGES=(
     xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
     # GNOME's custom shortcuts, written through gsettings, and watching calls on the bus in tests
     libglib2.0-bin gnome-settings-daemon-common dbus-bin
+    # a Secret Service of the tests' own, and secret-tool to read what Ravelo stored there
+    gnome-keyring libsecret-tools
     # reading the accessibility tree of the running application, as a screen reader does
     python3-pyatspi at-spi2-core
     # checking the installed layout and the Debian package

@@ -107,6 +107,8 @@ void AppDelegate::applicationDidFinishLaunching()
     if (!m_observingPreferences) {
         m_observingPreferences = true;
         connect(preferences, &PreferenceStore::changed, this, &AppDelegate::setupHotkeys);
+        connect(preferences, &PreferenceStore::apiKeyStorageChanged, this,
+                &AppDelegate::runPromptAwaitingKey);
     }
 }
 
@@ -404,8 +406,18 @@ void AppDelegate::onboardingCompleted()
     setupHotkeys();
 }
 
+void AppDelegate::runPromptAwaitingKey()
+{
+    if (m_promptAwaitingKey && m_appState->preferences()->apiKeyStorage() !=
+                                   PreferenceStore::ApiKeyStorage::ReadingKeyring) {
+        const Prompt prompt = *std::exchange(m_promptAwaitingKey, std::nullopt);
+        runPrompt(prompt);
+    }
+}
+
 void AppDelegate::cancelCurrentRun()
 {
+    m_promptAwaitingKey.reset();
     if (m_currentRun) {
         qCDebug(lcApp, "Run cancelled");
         m_currentRun->cancel();
@@ -417,6 +429,15 @@ void AppDelegate::runPrompt(const Prompt& prompt)
 {
     cancelCurrentRun();
     PreferenceStore* preferences = m_appState->preferences();
+    if (preferences->apiKeyStorage() == PreferenceStore::ApiKeyStorage::ReadingKeyring) {
+        // Just started: the keyring has not handed over the key yet. The run starts as
+        // soon as it has.
+        qCDebug(lcApp, "Run waits for the keyring");
+        m_promptAwaitingKey = prompt;
+        m_appState->setIsLoading(true);
+        m_appState->setResultText(QString());
+        return;
+    }
     if (!ravelo::isReadyToRun(*preferences)) {
         m_appState->setResultText(ravelo::missingApiKeyWarning());
         return;

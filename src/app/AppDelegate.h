@@ -113,6 +113,7 @@ private:
     void readClipboard();
     void showClipboardText(const QString& text);
     void cancelCurrentRun();
+    void runPromptAwaitingKey();
     void noteClipboardChange();
     bool copiedTextMayBeOnItsWay() const;
     bool isDoubleCopyInOwnWindow() const;
@@ -127,6 +128,8 @@ private:
     QTimer m_clipboardDeadline;
     QObject m_runs; ///< owns the running requests
     QPointer<ravelo::PromptRun> m_currentRun;
+    /// Chosen before the keyring answered.
+    std::optional<Prompt> m_promptAwaitingKey;
     std::unique_ptr<QQmlEngine> m_engine;
     FloatingPanel* m_panel = nullptr;
     QPointer<QMessageBox> m_about;

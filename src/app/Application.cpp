@@ -115,6 +115,7 @@ int runApplication(int argc, char* argv[], StartAction action)
                      Qt::QueuedConnection);
 
     PreferenceStore preferences;
+    preferences.useKeyring();
     AppState appState(&preferences);
     RaveloApp raveloApp(&appState);
     AppDelegate* delegate = raveloApp.appDelegate();

@@ -7,6 +7,7 @@
 #include "model/Translations.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QFile>
 
 #include <cstdio>
@@ -56,6 +57,18 @@ std::variant<QString, int> chooseSystemPrompt(const QStringList& args,
     return exitUsage;
 }
 
+/// Reads the key from the keyring, which may first ask the user to unlock it.
+void readApiKey(PreferenceStore& preferences)
+{
+    preferences.useKeyring();
+    if (preferences.apiKeyStorage() == PreferenceStore::ApiKeyStorage::ReadingKeyring) {
+        QEventLoop loop;
+        QObject::connect(&preferences, &PreferenceStore::apiKeyStorageChanged, &loop,
+                         &QEventLoop::quit);
+        loop.exec();
+    }
+}
+
 } // namespace
 
 int runCommand(int argc, char* argv[])
@@ -71,6 +84,7 @@ int runCommand(int argc, char* argv[])
     if (const int* status = std::get_if<int>(&choice)) {
         return *status;
     }
+    readApiKey(preferences);
     if (!isReadyToRun(preferences)) {
         printError(missingApiKeyWarning());
         return exitUsage;

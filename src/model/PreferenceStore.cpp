@@ -1,12 +1,14 @@
 #include "model/PreferenceStore.h"
 
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 #include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QStringDecoder>
+#include <qt6keychain/keychain.h>
 
 #include <algorithm>
 #include <limits>
@@ -16,6 +18,10 @@ Q_LOGGING_CATEGORY(lcPreferences, "ravelo.preferences", QtInfoMsg)
 namespace {
 
 constexpr QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner;
+// A keyring that asks to be unlocked waits for the user, who is quitting; a key it has not
+// taken by then is kept in the file instead.
+constexpr std::chrono::seconds keyringPatienceAtEnd{5};
+constexpr std::chrono::milliseconds defaultKeyringWriteDelay{700};
 
 QString keyName(const PreferenceKey& key)
 {
@@ -145,6 +151,9 @@ PreferenceStore::PreferenceStore(QObject* parent)
 PreferenceStore::PreferenceStore(const QString& filePath, QObject* parent)
     : QObject(parent)
 {
+    m_keyringWriteTimer.setSingleShot(true);
+    m_keyringWriteTimer.setInterval(defaultKeyringWriteDelay);
+    connect(&m_keyringWriteTimer, &QTimer::timeout, this, &PreferenceStore::startKeyringWrite);
     // Read under the writers' lock, so that the text judged below is the text parsed.
     QLockFile lock(QFileInfo(filePath).absoluteFilePath() + QStringLiteral(".writer.lock"));
     lock.lock();
@@ -225,12 +234,29 @@ QVariant PreferenceStore::raw(const PreferenceKey& key) const
     return m_settings->value(keyName(key));
 }
 
+bool PreferenceStore::keyInMemory(const PreferenceKey& key) const
+{
+    return m_apiKeyStorage != ApiKeyStorage::File &&
+           qstrcmp(key.name, Preferences::apiKey.name) == 0;
+}
+
 bool PreferenceStore::contains(const PreferenceKey& key) const
 {
+    if (keyInMemory(key)) {
+        return m_apiKey.has_value();
+    }
     return m_settings->contains(keyName(key));
 }
 
 std::optional<QString> PreferenceStore::string(const PreferenceKey& key) const
+{
+    if (keyInMemory(key)) {
+        return m_apiKey;
+    }
+    return fileString(key);
+}
+
+std::optional<QString> PreferenceStore::fileString(const PreferenceKey& key) const
 {
     const QVariant value = raw(key);
     if (value.typeId() == QMetaType::QString) {
@@ -274,7 +300,18 @@ std::optional<QByteArray> PreferenceStore::data(const PreferenceKey& key) const
 
 void PreferenceStore::setString(const PreferenceKey& key, const QString& value)
 {
-    write(key, value);
+    if (!keyInMemory(key)) {
+        write(key, value);
+        return;
+    }
+    // Typing in a key field writes on every keystroke: the keyring gets the key once the
+    // typing pauses.
+    m_keyEditedWhileReading = m_apiKeyStorage == ApiKeyStorage::ReadingKeyring;
+    if (m_apiKey != value) {
+        m_apiKey = value;
+        m_keyringWriteTimer.start();
+    }
+    emit changed();
 }
 
 void PreferenceStore::setBoolean(const PreferenceKey& key, bool value)
@@ -395,6 +432,191 @@ void PreferenceStore::setValue(const QString& name, const QVariant& value)
         setData(*key, value.toByteArray());
         break;
     }
+}
+
+void PreferenceStore::useKeyring()
+{
+    if (m_apiKeyStorage != ApiKeyStorage::File) {
+        return;
+    }
+    m_apiKey.reset();
+    m_keyringKey.reset();
+    m_keyEditedWhileReading = false;
+    setApiKeyStorage(ApiKeyStorage::ReadingKeyring);
+    auto* job = new QKeychain::ReadPasswordJob(QString::fromLatin1(keyringService), this);
+    job->setKey(keyName(Preferences::apiKey));
+    connect(job, &QKeychain::Job::finished, this, &PreferenceStore::keyringRead);
+    m_keyringJob = job;
+    job->start();
+}
+
+void PreferenceStore::setKeyringWriteDelay(std::chrono::milliseconds delay)
+{
+    m_keyringWriteTimer.setInterval(delay);
+}
+
+void PreferenceStore::setApiKeyStorage(ApiKeyStorage storage)
+{
+    if (m_apiKeyStorage == storage) {
+        return;
+    }
+    m_apiKeyStorage = storage;
+    emit apiKeyStorageChanged();
+}
+
+bool PreferenceStore::needsKeyringWrite() const
+{
+    return m_apiKeyStorage == ApiKeyStorage::Keyring &&
+           (m_apiKey.value_or(QString()) != m_keyringKey.value_or(QString()) ||
+            m_settings->contains(keyName(Preferences::apiKey)));
+}
+
+void PreferenceStore::keyringRead(QKeychain::Job* job)
+{
+    m_keyringJob = nullptr;
+    const QKeychain::Error error = job->error();
+    if (error != QKeychain::NoError && error != QKeychain::EntryNotFound) {
+        // Common enough (no session bus, no keyring installed); the General tab says so.
+        qCDebug(lcPreferences).noquote() << "No keyring for the API key, it is kept in"
+                                         << filePath() << "-" << job->errorString();
+        const std::optional<QString> typed =
+            m_keyEditedWhileReading ? m_apiKey : std::optional<QString>();
+        m_apiKey.reset();
+        setApiKeyStorage(ApiKeyStorage::File);
+        if (typed) {
+            write(Preferences::apiKey, *typed);
+        }
+        return;
+    }
+    if (error == QKeychain::NoError) {
+        m_keyringKey = static_cast<QKeychain::ReadPasswordJob*>(job)->textData();
+    }
+    // A key in the file is one the keyring has not taken yet: one from before the keyring,
+    // or one typed while it was away. It is the newer one.
+    const std::optional<QString> inFile = fileString(Preferences::apiKey);
+    if (!m_keyEditedWhileReading) {
+        m_apiKey = inFile ? inFile : m_keyringKey;
+    }
+    if (inFile) {
+        qCDebug(lcPreferences).noquote()
+            << "Moving the API key from" << filePath() << "to the keyring";
+    }
+    setApiKeyStorage(ApiKeyStorage::Keyring);
+    startKeyringWrite();
+}
+
+void PreferenceStore::saveApiKeyNow()
+{
+    if (m_keyringWriteTimer.isActive()) {
+        startKeyringWrite();
+    }
+}
+
+void PreferenceStore::startKeyringWrite()
+{
+    m_keyringWriteTimer.stop();
+    if (m_keyringJob || !needsKeyringWrite()) {
+        return;
+    }
+    const QString key = m_apiKey.value_or(QString());
+    const QString service = QString::fromLatin1(keyringService);
+    QKeychain::Job* job = nullptr;
+    if (key.isEmpty()) {
+        job = new QKeychain::DeletePasswordJob(service, this);
+    } else {
+        auto* writeJob = new QKeychain::WritePasswordJob(service, this);
+        writeJob->setTextData(key);
+        job = writeJob;
+    }
+    job->setKey(keyName(Preferences::apiKey));
+    connect(job, &QKeychain::Job::finished, this,
+            [this, key](QKeychain::Job* finished) { keyringWritten(finished, key); });
+    m_keyringJob = job;
+    job->start();
+}
+
+void PreferenceStore::keyringWritten(QKeychain::Job* job, const QString& written)
+{
+    m_keyringJob = nullptr;
+    const QKeychain::Error error = job->error();
+    if (error != QKeychain::NoError && !(written.isEmpty() && error == QKeychain::EntryNotFound)) {
+        keepApiKeyInFile(job->errorString());
+        return;
+    }
+    m_keyringKey = written.isEmpty() ? std::nullopt : std::optional<QString>(written);
+    removeApiKeyFromFile();
+    emit apiKeyStoredInKeyring();
+    // Typed on while the keyring was writing, and no longer typing.
+    if (!m_keyringWriteTimer.isActive()) {
+        startKeyringWrite();
+    }
+}
+
+void PreferenceStore::keepApiKeyInFile(const QString& reason)
+{
+    qCWarning(lcPreferences).noquote()
+        << "The keyring did not take the API key, it is kept in" << filePath() << "-" << reason;
+    const std::optional<QString> key = m_apiKey;
+    m_apiKey.reset();
+    m_keyringWriteTimer.stop();
+    setApiKeyStorage(ApiKeyStorage::File);
+    if (key) {
+        write(Preferences::apiKey, *key);
+    }
+}
+
+void PreferenceStore::removeApiKeyFromFile()
+{
+    if (!m_settings->contains(keyName(Preferences::apiKey))) {
+        return;
+    }
+    {
+        QLockFile lock(lockPath());
+        lock.lock();
+        const std::optional<qint64> count = countInFile();
+        m_settings->remove(keyName(Preferences::apiKey));
+        if (count) {
+            m_settings->setValue(keyName(Preferences::totalPromptsUsed), *count);
+        }
+        m_settings->sync();
+    }
+    if (m_settings->status() != QSettings::NoError) {
+        qCWarning(lcPreferences) << "Could not save the preferences to" << filePath();
+    }
+}
+
+void PreferenceStore::finishKeyringWrites()
+{
+    startKeyringWrite();
+    // Nothing to lose when nothing was typed while the keyring was being read, or when the
+    // file still holds the key on its way to the keyring: a keyring waiting to be unlocked
+    // does not hold up the end then.
+    const auto keyIsSafe = [this] {
+        return (m_apiKeyStorage == ApiKeyStorage::ReadingKeyring && !m_keyEditedWhileReading) ||
+               (m_settings->contains(keyName(Preferences::apiKey)) &&
+                fileString(Preferences::apiKey) == m_apiKey);
+    };
+    while (m_keyringJob && !keyIsSafe()) {
+        const QPointer<QKeychain::Job> job = m_keyringJob;
+        QEventLoop loop;
+        connect(job, &QKeychain::Job::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(keyringPatienceAtEnd, &loop, &QEventLoop::quit);
+        loop.exec();
+        if (m_keyringJob == job) {
+            m_keyringJob = nullptr;
+            if (job) {
+                job->disconnect(this);
+            }
+            keepApiKeyInFile(QStringLiteral("no answer"));
+            return;
+        }
+        startKeyringWrite();
+    }
+}
+
+PreferenceStore::~PreferenceStore()
+{
+    finishKeyringWrites();
 }
 
 void PreferenceStore::write(const PreferenceKey& key, const QVariant& value)

@@ -2,13 +2,20 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QPointer>
 #include <QSettings>
 #include <QString>
+#include <QTimer>
 #include <QtQmlIntegration/qqmlintegration.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
+
+namespace QKeychain {
+class Job;
+}
 
 enum class PreferenceType { String, Boolean, Integer, Data };
 
@@ -79,17 +86,49 @@ struct StoredHotkey {
 /// values that can still be read are carried over under their own names. When the server
 /// address cannot be carried over, the new file holds a note in its place that is no
 /// address: runs then fail instead of going to another server.
+///
+/// Once `useKeyring` is called, the API key lives in the system keyring (the Secret Service:
+/// gnome-keyring, KWallet, KeePassXC) and in memory; a key found in the file is moved there
+/// and leaves the file only once the keyring has it. Without a keyring it stays in the file.
 class PreferenceStore : public QObject {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("The application owns the one preference store.")
+    Q_PROPERTY(ApiKeyStorage apiKeyStorage READ apiKeyStorage NOTIFY apiKeyStorageChanged)
+    Q_PROPERTY(QString filePath READ filePath CONSTANT)
 
 public:
+    enum class ApiKeyStorage {
+        File,
+        /// The keyring has not answered yet: the key is not known.
+        ReadingKeyring,
+        Keyring,
+    };
+    Q_ENUM(ApiKeyStorage)
+
+    /// The service of the key's keyring entry; the entry's key is the preference's name.
+    static constexpr const char* keyringService = "Ravelo";
+
     explicit PreferenceStore(QObject* parent = nullptr);
     /// A store over a file of its own (tests, tools).
     explicit PreferenceStore(const QString& filePath, QObject* parent = nullptr);
 
+    /// Waits for the keyring writes still to be made, so that no key typed is lost.
+    ~PreferenceStore() override;
+
     QString filePath() const;
+
+    /// Reads the API key from the keyring from now on (see the class). Until the keyring
+    /// answers, `apiKeyStorage` is ReadingKeyring and the key reads as absent.
+    void useKeyring();
+    ApiKeyStorage apiKeyStorage() const { return m_apiKeyStorage; }
+    /// The keyring write of a changed key waits this long for the next change.
+    void setKeyringWriteDelay(std::chrono::milliseconds delay);
+    /// Writes a changed key to the keyring now instead of after the delay.
+    Q_INVOKABLE void saveApiKeyNow();
+    /// Returns once every change of the key is in the keyring, or in the file where the
+    /// keyring refused it.
+    void finishKeyringWrites();
 
     bool contains(const PreferenceKey& key) const;
     /// The stored text; the key's default text, or none, when absent.
@@ -124,6 +163,10 @@ public:
 signals:
     /// Emitted after every write, of any key.
     void changed();
+    /// Once the keyring has answered, the key may read differently: views show it anew.
+    void apiKeyStorageChanged();
+    /// The keyring took a changed key.
+    void apiKeyStoredInKeyring();
 
 private:
     QVariant raw(const PreferenceKey& key) const;
@@ -133,5 +176,23 @@ private:
     QString lockPath() const;
     std::optional<qint64> countInFile() const;
 
+    bool keyInMemory(const PreferenceKey& key) const;
+    std::optional<QString> fileString(const PreferenceKey& key) const;
+    bool needsKeyringWrite() const;
+    void setApiKeyStorage(ApiKeyStorage storage);
+    void keyringRead(QKeychain::Job* job);
+    void startKeyringWrite();
+    void keyringWritten(QKeychain::Job* job, const QString& written);
+    void keepApiKeyInFile(const QString& reason);
+    void removeApiKeyFromFile();
+
     std::unique_ptr<QSettings> m_settings;
+    ApiKeyStorage m_apiKeyStorage = ApiKeyStorage::File;
+    /// The key while the keyring keeps it (or is being asked for it).
+    std::optional<QString> m_apiKey;
+    /// What the keyring is known to hold.
+    std::optional<QString> m_keyringKey;
+    bool m_keyEditedWhileReading = false;
+    QTimer m_keyringWriteTimer;
+    QPointer<QKeychain::Job> m_keyringJob;
 };

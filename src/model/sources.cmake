@@ -5,3 +5,4 @@ list(APPEND RAVELO_SOURCES
     model/PromptStore.cpp model/PromptStore.h
     model/Translations.cpp model/Translations.h
 )
+list(APPEND RAVELO_LIBS Qt6Keychain::Qt6Keychain)

@@ -19,7 +19,18 @@ void OnboardingFlow::setPreferences(PreferenceStore* preferences)
     if (m_preferences == preferences) {
         return;
     }
+    if (m_preferences) {
+        disconnect(m_preferences, nullptr, this, nullptr);
+    }
     m_preferences = preferences;
+    if (m_preferences) {
+        // Shown as soon as the keyring hands it over, unless one is typed by then.
+        connect(m_preferences, &PreferenceStore::apiKeyStorageChanged, this, [this] {
+            if (m_apiKeyInput.isEmpty()) {
+                setApiKeyInput(m_preferences->string(Preferences::apiKey).value_or(QString()));
+            }
+        });
+    }
     emit preferencesChanged();
 }
 
@@ -119,6 +130,7 @@ void OnboardingFlow::requestAccess()
 void OnboardingFlow::finish()
 {
     if (m_preferences) {
+        m_preferences->saveApiKeyNow();
         m_preferences->setBoolean(Preferences::hasCompletedOnboarding, true);
     }
     emit completed();

@@ -47,6 +47,18 @@ Item {
             customModelField.text = selectedModel
     }
 
+    Connections {
+        target: tab.store
+        // The keyring answers after the tab may have opened.
+        function onApiKeyStorageChanged() {
+            const key = tab.store.value("openai_api_key")
+            if (apiKeyField.text === "" && key !== undefined)
+                tab.showKey(key)
+        }
+    }
+
+    Component.onDestruction: store.saveApiKeyNow()
+
     Component.onCompleted: {
         const key = store.value("openai_api_key")
         if (key !== undefined && key !== "") {
@@ -131,6 +143,10 @@ Item {
                     onTextEdited: {
                         serverForm.apiKey = text
                         tab.store.setValue("openai_api_key", text)
+                    }
+                    onActiveFocusChanged: {
+                        if (!activeFocus)
+                            tab.store.saveApiKeyNow()
                     }
                 }
             }
@@ -240,6 +256,26 @@ Item {
                 text: qsTr("Prices are per 1M tokens (standard tier). A typical request uses ~500-1500 tokens.")
                 font.pixelSize: SettingsStyle.caption2
                 color: SettingsStyle.tertiary(palette.windowText)
+            }
+        }
+
+        Label {
+            objectName: "keyStorageLine"
+            Layout.fillWidth: true
+            Layout.leftMargin: 4
+            wrapMode: Text.Wrap
+            font.pixelSize: SettingsStyle.caption2
+            color: SettingsStyle.tertiary(palette.windowText)
+            text: {
+                switch (tab.store.apiKeyStorage) {
+                case PreferenceStore.Keyring:
+                    return qsTr("The API key is kept in the system keyring.")
+                case PreferenceStore.ReadingKeyring:
+                    return qsTr("Reading the API key from the system keyring…")
+                default:
+                    return qsTr("No system keyring is available: the API key is kept in %1, readable by you alone.")
+                           .arg(tab.store.filePath)
+                }
             }
         }
 

@@ -1,7 +1,10 @@
+#include "ChatServer.h"
+#include "SecretService.h"
 #include "XTestKeyboard.h"
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "model/PreferenceStore.h"
+#include "model/Prompt.h"
 #include "settings/HotkeyRecording.h"
 #include "triggers/HotkeyManager.h"
 
@@ -25,6 +28,7 @@ private:
     std::unique_ptr<PreferenceStore> m_preferences;
     std::unique_ptr<AppState> m_state;
     std::unique_ptr<AppDelegate> m_delegate;
+    SecretService m_secrets;
 
     void launch()
     {
@@ -64,6 +68,31 @@ private slots:
         m_delegate.reset();
         m_state.reset();
         m_preferences.reset();
+    }
+
+    // Just started, the keyring has not answered yet: the run waits for the key instead of
+    // going out without it.
+    void runChosenBeforeTheKeyringAnswersWaitsForTheKey()
+    {
+        QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
+        m_secrets.useInThisProcess();
+        QVERIFY(m_secrets.store(QString::fromLatin1(PreferenceStore::keyringService),
+                                QString::fromLatin1(Preferences::apiKey.name),
+                                QStringLiteral("sk-in-keyring")));
+        ChatServer server;
+        server.enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
+        m_preferences->setString(Preferences::baseUrl, server.baseUrl());
+        completeOnboarding();
+        m_preferences->useKeyring();
+        launch();
+        QCOMPARE(m_preferences->apiKeyStorage(), PreferenceStore::ApiKeyStorage::ReadingKeyring);
+        m_delegate->runPrompt(Prompt::defaults().first());
+        QVERIFY(m_state->isLoading());
+        QCOMPARE(m_state->resultText(), QString());
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("Hi"));
+        QCOMPARE(server.requests().size(), 1);
+        QCOMPARE(server.requests().first().header("Authorization"),
+                 QByteArray("Bearer sk-in-keyring"));
     }
 
     void firstRunShowsTheWalkthroughAndArmsOnFirstWrite()

@@ -1,6 +1,7 @@
 #include "ChatServer.h"
 #include "ConnectProxy.h"
 #include "RaveloProcess.h"
+#include "SecretService.h"
 #include "model/PreferenceStore.h"
 #include "model/Prompt.h"
 
@@ -37,6 +38,13 @@ class TestRunCommand : public QObject {
 
 private:
     ChatServer* m_server = nullptr;
+    std::unique_ptr<SecretService> m_secrets;
+
+    QByteArray preferencesText() const
+    {
+        QFile file(preferencesPath());
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
 
     std::unique_ptr<PreferenceStore> preferences()
     {
@@ -118,6 +126,58 @@ private slots:
         QCOMPARE(result.out, QByteArray("Hi"));
         QCOMPARE(m_server->requests().size(), 1);
         QVERIFY(!m_server->requests().first().hasHeader("Authorization"));
+    }
+
+    void usesTheKeyInTheKeyring_data()
+    {
+        QTest::addColumn<bool>("keyInFile");
+        QTest::addColumn<QString>("sentKey");
+        QTest::newRow("key in the keyring") << false << QStringLiteral("sk-in-keyring");
+        QTest::newRow("key moved from the file") << true << QStringLiteral("sk-test");
+    }
+
+    void usesTheKeyInTheKeyring()
+    {
+        QFETCH(bool, keyInFile);
+        QFETCH(QString, sentKey);
+        if (!m_secrets) {
+            m_secrets = std::make_unique<SecretService>();
+            QVERIFY2(m_secrets->start(), qPrintable(m_secrets->error()));
+        }
+        const QString service = QString::fromLatin1(PreferenceStore::keyringService);
+        const QString key = QString::fromLatin1(Preferences::apiKey.name);
+        m_secrets->clear(service, key);
+        if (!keyInFile) {
+            QFile::remove(preferencesPath());
+            preferences()->setString(Preferences::baseUrl, m_server->baseUrl());
+            QVERIFY(m_secrets->store(service, key, QStringLiteral("sk-in-keyring")));
+        }
+        m_server->enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", m_secrets->environment());
+        QCOMPARE(result.err, QByteArray());
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(m_server->requests().size(), 1);
+        QCOMPARE(m_server->requests().first().header("Authorization"),
+                 "Bearer " + sentKey.toUtf8());
+        QCOMPARE(m_secrets->lookup(service, key), sentKey);
+        QVERIFY2(!preferencesText().contains(Preferences::apiKey.name),
+                 preferencesText().constData());
+    }
+
+    void keyStaysInTheFileWithoutASessionBus()
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        environment.remove(QStringLiteral("DISPLAY"));
+        m_server->enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
+        const Result result =
+            run({QStringLiteral("run"), QStringLiteral("1")}, "text", environment);
+        QCOMPARE(result.err, QByteArray());
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(m_server->requests().first().header("Authorization"),
+                 QByteArray("Bearer sk-test"));
+        QVERIFY(preferencesText().contains("sk-test"));
     }
 
     void writesEachFragmentAsItArrives()

@@ -34,7 +34,7 @@ depends="$(field Depends | tr -d ' ' | tr ',' '\n' | sed 's/(.*//')"
 for package in libc6 libqt6core6 libqt6gui6 libqt6network6 libqt6qml6 libqt6quick6 \
     libqt6widgets6 libxcb1 libxkbcommon-x11-0 \
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates \
-    qml6-module-qtqml-workerscript libqt6svg6 ca-certificates; do
+    qml6-module-qtqml-workerscript libqt6svg6 libqt6keychain1 libsecret-1-0 ca-certificates; do
     grep -qx "$package" <<<"$depends" || fail "Depends lacks $package: $(field Depends)"
 done
 # Nothing the tests or the development build need.

@@ -1,4 +1,5 @@
 #include "QmlHarness.h"
+#include "SecretService.h"
 #include "onboarding/OnboardingFlow.h"
 #include "platform/AccessibilityTrust.h"
 
@@ -42,6 +43,7 @@ private slots:
     void pagesFade();
     void keyIsStoredAsTyped();
     void storedKeyIsShownAndWrittenBack();
+    void keyringKeyIsShownAndTheTypedOneStoredThere();
     void anotherServerIsChosenAndItsModelsListed();
     void automaticTrustShowsAllSetAtOnce();
     void grantRequestChecksThirtyTimesPerPress();
@@ -55,6 +57,7 @@ private:
     QTemporaryDir m_dir;
     QString m_path;
     int m_case = 0;
+    SecretService m_secrets;
 };
 
 void TestOnboardingView::init()
@@ -190,6 +193,35 @@ void TestOnboardingView::storedKeyIsShownAndWrittenBack()
     QCOMPARE(findItem(view.get(), "apiKeyField")->property("text").toString(), u"sk-kept"_s);
     QCOMPARE(changed.count(), 1);
     QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-kept"_s);
+}
+
+// The walkthrough may open before the keyring answers; the key page takes the key as soon as
+// it does, and what is typed there goes to the keyring when the walkthrough ends.
+void TestOnboardingView::keyringKeyIsShownAndTheTypedOneStoredThere()
+{
+    QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
+    m_secrets.useInThisProcess();
+    const QString service = QString::fromLatin1(PreferenceStore::keyringService);
+    const QString key = QString::fromLatin1(Preferences::apiKey.name);
+    QVERIFY(m_secrets.store(service, key, u"sk-ring"_s));
+
+    QmlHarness harness(m_path);
+    harness.store.setKeyringWriteDelay(std::chrono::hours(1));
+    auto view = showOnboarding(harness);
+    QVERIFY(view);
+    OnboardingFlow* flow = flowOf(view.get());
+    harness.store.useKeyring();
+    flow->setCurrentStep(2);
+    QQuickItem* field = findItem(view.get(), "apiKeyField");
+    QTRY_COMPARE(field->property("text").toString(), u"sk-ring"_s);
+
+    QTRY_VERIFY(field->hasActiveFocus());
+    QTest::keyClick(view.get(), Qt::Key_End);
+    typeText(view.get(), u"-2"_s);
+    QSignalSpy stored(&harness.store, &PreferenceStore::apiKeyStoredInKeyring);
+    flow->finish();
+    QVERIFY(stored.wait());
+    QCOMPARE(m_secrets.lookup(service, key), u"sk-ring-2"_s);
 }
 
 void TestOnboardingView::anotherServerIsChosenAndItsModelsListed()

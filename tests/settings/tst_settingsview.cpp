@@ -1,4 +1,5 @@
 #include "QmlHarness.h"
+#include "SecretService.h"
 #include "model/PromptHotkeys.h"
 #include "model/PromptStore.h"
 #include "platform/AccessibilityTrust.h"
@@ -40,6 +41,9 @@ private slots:
     void unknownStoredModelIsKept();
     void customModelIsStoredAsTyped();
     void anotherServerIsChosenAndItsModelsListed();
+    // In this order: the process keeps the first session bus it reaches.
+    void keyStaysInTheFileWithoutAKeyring();
+    void keyTypedLandsInTheKeyring();
 
     void addingOpensAnEmptyEditorAndSavesAsLast();
     void escAndBackLeaveTheListUntouched();
@@ -67,6 +71,7 @@ private:
     QTemporaryDir m_dir;
     QString m_path;
     int m_case = 0;
+    SecretService m_secrets;
 };
 
 void TestSettingsView::init()
@@ -87,6 +92,64 @@ QList<Prompt> TestSettingsView::storedPrompts(const PreferenceStore& store)
 {
     return Prompt::decodeList(store.data(Preferences::userPrompts).value_or(QByteArray()))
         .value_or(QList<Prompt>());
+}
+
+void TestSettingsView::keyStaysInTheFileWithoutAKeyring()
+{
+    qputenv("DBUS_SESSION_BUS_ADDRESS",
+            QFile::encodeName(m_dir.filePath(u"no-bus"_s)).prepend("unix:path="));
+    QmlHarness harness(m_path);
+    harness.store.useKeyring();
+    QTRY_COMPARE(harness.store.apiKeyStorage(), PreferenceStore::ApiKeyStorage::File);
+    auto view = showTab(harness, 0);
+    QVERIFY(view);
+    QCOMPARE(
+        findItem(view.get(), "keyStorageLine")->property("text").toString(),
+        u"No system keyring is available: the API key is kept in %1, readable by you alone."_s.arg(
+            m_path));
+    findItem(view.get(), "apiKeyField")->forceActiveFocus();
+    for (const char c : QByteArrayView("sk-file")) {
+        QTest::keyClick(view.get(), c);
+    }
+    QFile file(m_path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll().contains("sk-file"));
+}
+
+void TestSettingsView::keyTypedLandsInTheKeyring()
+{
+    QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
+    m_secrets.useInThisProcess();
+    const QString service = QString::fromLatin1(PreferenceStore::keyringService);
+    const QString key = QString::fromLatin1(Preferences::apiKey.name);
+    QVERIFY(m_secrets.store(service, key, u"sk-stored"_s));
+
+    // The tab opens before the keyring has answered, and shows the key once it has.
+    QmlHarness harness(m_path);
+    harness.store.setKeyringWriteDelay(std::chrono::hours(1));
+    auto view = showTab(harness, 0);
+    QVERIFY(view);
+    QQuickItem* field = findItem(view.get(), "apiKeyField");
+    harness.store.useKeyring();
+    QCOMPARE(findItem(view.get(), "keyStorageLine")->property("text").toString(),
+             u"Reading the API key from the system keyring\u2026"_s);
+    QTRY_COMPARE(field->property("text").toString(), u"sk-stored"_s);
+    QCOMPARE(findItem(view.get(), "keyStorageLine")->property("text").toString(),
+             u"The API key is kept in the system keyring."_s);
+
+    // Written when the field loses the focus, not at each key.
+    QSignalSpy stored(&harness.store, &PreferenceStore::apiKeyStoredInKeyring);
+    field->forceActiveFocus();
+    for (const char c : QByteArrayView("-new")) {
+        QTest::keyClick(view.get(), c);
+    }
+    QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-stored-new"_s);
+    QTest::keyClick(view.get(), Qt::Key_Tab);
+    QVERIFY(stored.wait());
+    QCOMPARE(stored.size(), 1);
+    QCOMPARE(m_secrets.lookup(service, key), u"sk-stored-new"_s);
+    QFile file(m_path);
+    QVERIFY(!file.open(QIODevice::ReadOnly) || !file.readAll().contains("sk-stored"));
 }
 
 // A fresh store: the window opens on "General" with an empty key and GPT-4o Mini.

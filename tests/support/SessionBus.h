@@ -47,8 +47,9 @@ public:
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    /// Starts dbus-daemon and connects to it; false when it is missing or fails.
-    bool start();
+    /// Starts dbus-daemon and connects to it; false when it is missing or fails. A bus from
+    /// `configFile` instead of the standard session bus's may, for one, start no services.
+    bool start(const QString& configFile = {});
     /// For DBUS_SESSION_BUS_ADDRESS of the processes that are to use it.
     QString address() const { return m_address; }
     QDBusConnection connection() const;
