@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -92,6 +93,7 @@ X11PasteTarget::X11PasteTarget(xcb_connection_t* connection, int screenNumber)
 
 X11PasteTarget::~X11PasteTarget()
 {
+    settleTarget();
     m_notifier.reset();
     xcb_destroy_window(m_connection, m_clockWindow);
     xcb_disconnect(m_connection);
@@ -105,31 +107,37 @@ xcb_atom_t X11PasteTarget::atom(const char* name)
     return reply ? reply->atom : XCB_NONE;
 }
 
-xcb_window_t X11PasteTarget::activeWindow()
-{
-    XcbReply<xcb_get_property_reply_t> active(
-        xcb_get_property_reply(m_connection,
-                               xcb_get_property(m_connection, 0, m_root, atom("_NET_ACTIVE_WINDOW"),
-                                                XCB_ATOM_WINDOW, 0, 1),
-                               nullptr));
-    if (active && xcb_get_property_value_length(active.get()) == sizeof(xcb_window_t)) {
-        return *static_cast<const xcb_window_t*>(xcb_get_property_value(active.get()));
-    }
-    // Without a window manager the window with the focus is the one to come back to.
-    XcbReply<xcb_get_input_focus_reply_t> focus(
-        xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
-    if (!focus || focus->focus == XCB_INPUT_FOCUS_POINTER_ROOT || focus->focus == m_root) {
-        return XCB_NONE;
-    }
-    return focus->focus;
-}
-
 void X11PasteTarget::rememberActiveWindow()
 {
     if (m_pasting) {
         finish(false, QStringLiteral("the panel was opened again first"));
     }
-    m_target = activeWindow();
+    settleTarget();
+    // Asked now and answered later: the panel takes the keyboard without waiting for a round
+    // trip, and the server reads the focus before the panel's window is even mapped.
+    m_activeCookie = xcb_get_property(m_connection, 0, m_root, atom("_NET_ACTIVE_WINDOW"),
+                                      XCB_ATOM_WINDOW, 0, 1);
+    m_focusCookie = xcb_get_input_focus(m_connection);
+    xcb_flush(m_connection);
+}
+
+void X11PasteTarget::settleTarget()
+{
+    if (!m_activeCookie) {
+        return;
+    }
+    XcbReply<xcb_get_property_reply_t> active(xcb_get_property_reply(
+        m_connection, *std::exchange(m_activeCookie, std::nullopt), nullptr));
+    XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(m_connection, m_focusCookie, nullptr));
+    if (active && xcb_get_property_value_length(active.get()) == sizeof(xcb_window_t)) {
+        m_target = *static_cast<const xcb_window_t*>(xcb_get_property_value(active.get()));
+    } else if (focus && focus->focus != XCB_INPUT_FOCUS_POINTER_ROOT && focus->focus != m_root) {
+        // Without a window manager the window with the focus is the one to come back to.
+        m_target = focus->focus;
+    } else {
+        m_target = XCB_NONE;
+    }
     qCDebug(lcPaste, "Remembered window 0x%x", m_target);
 }
 
@@ -180,6 +188,7 @@ bool X11PasteTarget::exists(xcb_window_t window)
 
 bool X11PasteTarget::hasTarget()
 {
+    settleTarget();
     return m_target != XCB_NONE && exists(m_target) && !isOwnWindow(m_target);
 }
 

@@ -7,6 +7,7 @@
 #include <xcb/xcb.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 class QSocketNotifier;
@@ -30,7 +31,6 @@ public:
     void paste() override;
 
     /// The window remembered last; none when there was none.
-    xcb_window_t rememberedWindow() const { return m_target; }
 
     /// How long the window may take to get the focus and the user to let go of the keys.
     static constexpr int focusLimitMs = 3000;
@@ -39,7 +39,8 @@ private:
     X11PasteTarget(xcb_connection_t* connection, int screenNumber);
 
     xcb_atom_t atom(const char* name);
-    xcb_window_t activeWindow();
+    /// Collects the answer to `rememberActiveWindow`'s questions, once.
+    void settleTarget();
     bool windowManagerSupports(xcb_atom_t feature);
     bool isOwnWindow(xcb_window_t window);
     bool exists(xcb_window_t window);
@@ -60,6 +61,8 @@ private:
     xcb_window_t m_root = XCB_NONE;
     xcb_window_t m_clockWindow = XCB_NONE;
     xcb_window_t m_target = XCB_NONE;
+    std::optional<xcb_get_property_cookie_t> m_activeCookie;
+    xcb_get_input_focus_cookie_t m_focusCookie = {};
     bool m_pasting = false;
     std::unique_ptr<QSocketNotifier> m_notifier;
     QTimer m_deadline;
