@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QQuickWindow>
 #include <QSGImageNode>
+#include <QSGNode>
 #include <QTextBoundaryFinder>
 #include <QTextLine>
 
@@ -395,7 +396,11 @@ QSGNode* TextRunView::updatePaintNode(QSGNode* node, UpdatePaintNodeData* data)
 {
     Q_UNUSED(data);
     if (!node) {
-        node = new QSGNode;
+        // The tiles hang under a transform node, not a plain one: the software renderer places
+        // a node added later by the position and clip it keeps for the node's parent, and it
+        // keeps them for transform, clip and opacity nodes only. Under a plain node a tile
+        // added after the first frame lands at the window's corner, unclipped.
+        node = new QSGTransformNode;
         m_tiles.clear();
     }
     qsizetype first = 0;

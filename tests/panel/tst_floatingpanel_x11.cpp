@@ -12,6 +12,7 @@
 
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -164,6 +165,38 @@ QString drawingFault(const QImage& image, const QRect& card, bool shadows)
     return {};
 }
 
+// Where `after` differs from `before` outside `box`, or that it does not differ at all.
+QString drawnOutside(const QImage& before, const QImage& after, const QRect& box)
+{
+    const QImage a = before.convertToFormat(QImage::Format_ARGB32);
+    const QImage b = after.convertToFormat(QImage::Format_ARGB32);
+    QRect changed;
+    for (int y = 0; y < a.height(); ++y) {
+        const auto* lineA = reinterpret_cast<const QRgb*>(a.constScanLine(y));
+        const auto* lineB = reinterpret_cast<const QRgb*>(b.constScanLine(y));
+        for (int x = 0; x < a.width(); ++x) {
+            if (lineA[x] != lineB[x]) {
+                changed |= QRect(x, y, 1, 1);
+            }
+        }
+    }
+    if (changed.isEmpty()) {
+        return QStringLiteral("nothing drawn");
+    }
+    if (box.contains(changed)) {
+        return {};
+    }
+    return QStringLiteral("drawn over %1,%2 %3x%4, outside %5,%6 %7x%8")
+        .arg(changed.x())
+        .arg(changed.y())
+        .arg(changed.width())
+        .arg(changed.height())
+        .arg(box.x())
+        .arg(box.y())
+        .arg(box.width())
+        .arg(box.height());
+}
+
 bool run(const QString& program, const QStringList& arguments)
 {
     return QProcess::execute(program, arguments) == 0;
@@ -198,8 +231,15 @@ private slots:
     void stripStartsAtItsFirstChipAndTurnsWithTheWheel();
     void answerFollowsTheStreamUntilScrolledUp();
     void selectionCopiesAcrossRuns();
+    void textIsDrawnInsideItsBox_data();
+    void textIsDrawnInsideItsBox();
 
 private:
+    QRect sceneRect(const char* name) const
+    {
+        QQuickItem* item = f->item(name);
+        return item->mapRectToScene(item->boundingRect()).toAlignedRect();
+    }
     xcb_window_t panelWindow() const { return static_cast<xcb_window_t>(f->panel->winId()); }
     QPoint onScreen(const char* name) const
     {
@@ -569,6 +609,53 @@ void TestFloatingPanelX11::selectionCopiesAcrossRuns()
     QTRY_COMPARE(text->property("selectedText").toString(), QString());
     QVERIFY(key("ctrl+c"));
     QTRY_COMPARE(m_copies, 1);
+}
+
+void TestFloatingPanelX11::textIsDrawnInsideItsBox_data()
+{
+    QTest::addColumn<bool>("shownBefore");
+    QTest::addColumn<int>("lines");
+    QTest::newRow("first show") << false << 3;
+    QTest::newRow("shown again") << true << 3;
+    QTest::newRow("long answer, scrolled to its end") << true << 60;
+}
+
+// Text arriving after the panel's first frame changes the pixels of its own box and nowhere
+// else, however the panel was shown before.
+void TestFloatingPanelX11::textIsDrawnInsideItsBox()
+{
+    QFETCH(bool, shownBefore);
+    QFETCH(int, lines);
+    QCOMPARE(f->panel->devicePixelRatio(), 1.0);
+    if (shownBefore) {
+        QVERIFY(f->showAndFocus());
+        f->state->appendResultText(QStringLiteral("An earlier answer"));
+        QTRY_COMPARE(f->item("answerText")->property("text").toString(),
+                     QStringLiteral("An earlier answer"));
+        f->panel->close();
+        QTRY_VERIFY(!f->panel->isVisible());
+        f->state->setResultText(QString());
+        // Copied anew while the panel is hidden, as long as before.
+        f->state->setClipboardText(QStringLiteral("Copied otherwise"));
+    }
+    QVERIFY(f->showAndFocus());
+    QTRY_COMPARE(f->item("clipboardBox")->height(),
+                 f->item("clipboardBox")->property("measuredHeight").toReal());
+    const QImage shown = f->panel->grabWindow();
+
+    f->state->setClipboardText(QStringLiteral("Copied somewhere"));
+    QTRY_COMPARE(drawnOutside(shown, f->panel->grabWindow(), sceneRect("clipboardBox")), QString());
+    const QImage copied = f->panel->grabWindow();
+
+    QQuickItem* flick = f->item("answerFlick");
+    for (int i = 1; i <= lines; ++i) {
+        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+    }
+    QTRY_COMPARE(flick->property("contentY").toReal(),
+                 std::max(0.0, flick->property("contentHeight").toReal() - flick->height()));
+    QCOMPARE(drawnOutside(copied, f->panel->grabWindow(),
+                          sceneRect("answerBox") | sceneRect("copyButton")),
+             QString());
 }
 
 QTEST_MAIN(TestFloatingPanelX11)
