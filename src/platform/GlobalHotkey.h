@@ -42,4 +42,38 @@ public:
 signals:
     /// Once per press of the combination with that id; holding it down does not repeat.
     void activated(const QString& id);
+
+protected:
+    /// Whether the combinations are wanted: registered and not unregistered since.
+    bool isActive() const { return m_active; }
+    void setActive(bool active) { m_active = active; }
+    /// For backends whose taking costs the desktop a round trip or a dialog: stops the reports
+    /// at once, but gives the combinations back (`release`) only once the event loop is back
+    /// and they have not been registered again by then. Every preference write re-arms the
+    /// triggers, so unchanged combinations are kept that way.
+    void releaseSoon()
+    {
+        if (!m_active) {
+            return;
+        }
+        m_active = false;
+        if (m_releaseQueued) {
+            return;
+        }
+        m_releaseQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_releaseQueued = false;
+                if (!m_active) {
+                    release();
+                }
+            },
+            Qt::QueuedConnection);
+    }
+    virtual void release() {}
+
+private:
+    bool m_active = false;
+    bool m_releaseQueued = false;
 };

@@ -35,7 +35,7 @@ QDBusMessage call(const QString& method, const QVariantList& arguments)
 
 KGlobalAccelHotkey::~KGlobalAccelHotkey()
 {
-    m_active = false;
+    setActive(false);
     release();
 }
 
@@ -79,10 +79,10 @@ bool KGlobalAccelHotkey::registerShortcuts(const QList<Shortcut>& shortcuts)
 {
     // The keys of a moment ago are still Ravelo's.
     if (!shortcuts.isEmpty() && shortcuts == m_requested && !m_registered.isEmpty()) {
-        m_active = true;
+        setActive(true);
         return m_registered.size() == m_requested.size();
     }
-    m_active = false;
+    setActive(false);
     release();
     m_requested = shortcuts;
     if (shortcuts.isEmpty()) {
@@ -112,28 +112,13 @@ bool KGlobalAccelHotkey::registerShortcuts(const QList<Shortcut>& shortcuts)
     QDBusConnection::sessionBus().connect(service, m_componentPath, componentInterface,
                                           QStringLiteral("globalShortcutPressed"), this,
                                           SLOT(handlePressed(QString, QString, qlonglong)));
-    m_active = true;
+    setActive(true);
     return all;
 }
 
 void KGlobalAccelHotkey::unregisterHotkey()
 {
-    if (!m_active) {
-        return;
-    }
-    m_active = false;
-    if (!m_releaseQueued) {
-        m_releaseQueued = true;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                m_releaseQueued = false;
-                if (!m_active) {
-                    release();
-                }
-            },
-            Qt::QueuedConnection);
-    }
+    releaseSoon();
 }
 
 void KGlobalAccelHotkey::release()
@@ -158,8 +143,8 @@ void KGlobalAccelHotkey::release()
 
 bool KGlobalAccelHotkey::isRegistered(const QString& id) const
 {
-    return m_active && std::any_of(m_registered.cbegin(), m_registered.cend(),
-                                   [&id](const Shortcut& shortcut) { return shortcut.id == id; });
+    return isActive() && std::any_of(m_registered.cbegin(), m_registered.cend(),
+                                     [&id](const Shortcut& shortcut) { return shortcut.id == id; });
 }
 
 void KGlobalAccelHotkey::handlePressed(const QString& component, const QString& action,

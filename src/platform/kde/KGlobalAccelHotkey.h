@@ -22,7 +22,7 @@ public:
 
     bool registerShortcuts(const QList<Shortcut>& shortcuts) override;
     void unregisterHotkey() override;
-    bool isRegistered() const override { return m_active && !m_registered.isEmpty(); }
+    bool isRegistered() const override { return isActive() && !m_registered.isEmpty(); }
     bool isRegistered(const QString& id) const override;
 
     static constexpr const char* componentName = "ravelo";
@@ -33,12 +33,10 @@ private slots:
 private:
     QStringList actionId(const Shortcut& shortcut) const;
     bool take(const Shortcut& shortcut);
-    void release();
+    void release() override;
 
     QString m_componentPath;
     /// What the last registration asked for, and what of it KDE gave.
     QList<Shortcut> m_requested;
     QList<Shortcut> m_registered;
-    bool m_active = false;
-    bool m_releaseQueued = false;
 };

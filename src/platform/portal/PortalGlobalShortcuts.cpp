@@ -69,7 +69,7 @@ void registerTypes()
 
 PortalGlobalShortcuts::~PortalGlobalShortcuts()
 {
-    m_active = false;
+    setActive(false);
     release();
 }
 
@@ -168,18 +168,18 @@ bool PortalGlobalShortcuts::registerShortcuts(const QList<Shortcut>& shortcuts)
     }
     // The session of a moment ago, bound or still binding, is kept for the same shortcuts.
     if (!wanted.isEmpty() && wanted == m_wanted && (m_bound || m_pending)) {
-        m_active = true;
+        setActive(true);
         qCDebug(lcPlatform, "The desktop portal keeps its %d hotkey(s)", int(m_wanted.size()));
         return all;
     }
-    m_active = false;
+    setActive(false);
     release();
     registerTypes();
     m_wanted = wanted;
     if (m_wanted.isEmpty()) {
         return all;
     }
-    m_active = true;
+    setActive(true);
     // The shortcuts go along with the session too: the KDE portal of Plasma 5.27 binds them
     // only from there.
     const bool sent = request(
@@ -253,22 +253,7 @@ void PortalGlobalShortcuts::handleActivated(const QDBusObjectPath& session, cons
 
 void PortalGlobalShortcuts::unregisterHotkey()
 {
-    if (!m_active) {
-        return;
-    }
-    m_active = false;
-    if (!m_releaseQueued) {
-        m_releaseQueued = true;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                m_releaseQueued = false;
-                if (!m_active) {
-                    release();
-                }
-            },
-            Qt::QueuedConnection);
-    }
+    releaseSoon();
 }
 
 void PortalGlobalShortcuts::release()

@@ -29,7 +29,7 @@ public:
 
     bool registerShortcuts(const QList<Shortcut>& shortcuts) override;
     void unregisterHotkey() override;
-    bool isRegistered() const override { return m_bound && m_active; }
+    bool isRegistered() const override { return m_bound && isActive(); }
     bool isRegistered(const QString& id) const override;
 
     /// The trigger as the portal takes it: "CTRL+SHIFT+k"; empty for keys without a keysym.
@@ -51,7 +51,7 @@ private:
     /// The wanted shortcuts as the portal takes them, a(sa{sv}).
     QVariant portalShortcuts() const;
     void bind();
-    void release();
+    void release() override;
     void closeSession();
 
     struct Wanted {
@@ -65,8 +65,5 @@ private:
     QString m_requestPath;
     ResponseHandler m_pending;
     bool m_bound = false;
-    /// Registered and not unregistered since; the session may outlive it until `release`.
-    bool m_active = false;
-    bool m_releaseQueued = false;
     int m_generation = 0;
 };
