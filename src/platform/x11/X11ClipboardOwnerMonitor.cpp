@@ -8,13 +8,11 @@
 
 #include <xcb/xfixes.h>
 
-#include <cstring>
 #include <vector>
 
 namespace {
 
 constexpr quint8 responseTypeMask = 0x7f;
-constexpr char clipboardName[] = "CLIPBOARD";
 
 } // namespace
 
@@ -68,21 +66,13 @@ bool X11ClipboardOwnerMonitor::open()
     if (!version || version->major_version < 1) {
         return false;
     }
-    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
-    for (int i = 0; i < screenNumber && screens.rem > 0; ++i) {
-        xcb_screen_next(&screens);
-    }
-    if (screens.rem == 0) {
-        return false;
-    }
-    const ravelo::XcbReply<xcb_intern_atom_reply_t> atom(xcb_intern_atom_reply(
-        connection, xcb_intern_atom(connection, 0, std::strlen(clipboardName), clipboardName),
-        nullptr));
-    if (!atom) {
+    const xcb_window_t root = ravelo::screenRoot(connection, screenNumber);
+    const xcb_atom_t clipboard = ravelo::atom(connection, "CLIPBOARD");
+    if (root == XCB_NONE || clipboard == XCB_NONE) {
         return false;
     }
     const xcb_void_cookie_t cookie = xcb_xfixes_select_selection_input_checked(
-        connection, screens.data->root, atom->atom,
+        connection, root, clipboard,
         XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
             XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
             XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);

@@ -1,10 +1,7 @@
 #pragma once
 
 #include "platform/ClipboardOwnerMonitor.h"
-
-#include <xcb/xcb.h>
-
-#include <memory>
+#include "platform/x11/X11Helpers.h"
 
 class QSocketNotifier;
 
@@ -23,14 +20,10 @@ public:
     bool isActive() const override { return m_notifier != nullptr; }
 
 private:
-    struct Disconnect {
-        void operator()(xcb_connection_t* connection) const noexcept { xcb_disconnect(connection); }
-    };
-
     bool open();
     void drain();
 
-    std::unique_ptr<xcb_connection_t, Disconnect> m_connection;
+    ravelo::XcbConnection m_connection;
     quint8 m_xfixesEventBase = 0;
     QSocketNotifier* m_notifier = nullptr;
 };

@@ -94,16 +94,12 @@ bool X11Connection::open()
                   qgetenv("DISPLAY").constData());
         return false;
     }
-    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
-    for (int i = 0; i < screenNumber && screens.rem > 0; ++i) {
-        xcb_screen_next(&screens);
-    }
-    if (screens.rem == 0) {
+    m_root = ravelo::screenRoot(m_connection, screenNumber);
+    if (m_root == XCB_NONE) {
         qCWarning(lcPlatform, "Global triggers are off: the X server has no screen %d.",
                   screenNumber);
         return false;
     }
-    m_root = screens.data->root;
 
     const xcb_query_extension_reply_t* xinput = xcb_get_extension_data(m_connection, &xcb_input_id);
     if (!xinput || !xinput->present) {

@@ -1,13 +1,147 @@
 #include "platform/x11/X11Helpers.h"
 
+#include "platform/PlatformLogging.h"
+
+#include <QGuiApplication>
+
+#include <X11/Xlib.h>
+
 #include <algorithm>
+#include <cstring>
+
+namespace {
+
+// Source indication of `_NET_ACTIVE_WINDOW`: a pager acts for the user.
+constexpr uint32_t sourcePager = 2;
+
+} // namespace
 
 namespace ravelo {
+
+std::optional<QtDisplayConnection> connectToQtDisplay()
+{
+    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    if (!x11 || !x11->display() || !x11->connection()) {
+        return std::nullopt;
+    }
+    QtDisplayConnection display;
+    display.connection.reset(xcb_connect(XDisplayString(x11->display()), nullptr));
+    if (!display.connection || xcb_connection_has_error(display.connection.get())) {
+        qCWarning(lcPlatform, "Cannot open a second connection to the X display %s",
+                  XDisplayString(x11->display()));
+        return std::nullopt;
+    }
+    display.qtConnection = x11->connection();
+    display.screenNumber = DefaultScreen(x11->display());
+    return display;
+}
+
+xcb_window_t screenRoot(xcb_connection_t* connection, int screenNumber)
+{
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
+    for (int i = 0; i < screenNumber && screens.rem > 0; ++i) {
+        xcb_screen_next(&screens);
+    }
+    return screens.rem > 0 ? screens.data->root : XCB_NONE;
+}
+
+xcb_atom_t atom(xcb_connection_t* connection, const char* name)
+{
+    const XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
+        connection, xcb_intern_atom(connection, 0, static_cast<uint16_t>(std::strlen(name)), name),
+        nullptr));
+    return reply ? reply->atom : XCB_NONE;
+}
+
+bool windowManagerSupports(xcb_connection_t* connection, xcb_window_t root, xcb_atom_t feature)
+{
+    const XcbReply<xcb_get_property_reply_t> check(xcb_get_property_reply(
+        connection,
+        xcb_get_property(connection, 0, root, atom(connection, "_NET_SUPPORTING_WM_CHECK"),
+                         XCB_ATOM_WINDOW, 0, 1),
+        nullptr));
+    if (!check || xcb_get_property_value_length(check.get()) != sizeof(xcb_window_t)) {
+        return false;
+    }
+    const XcbReply<xcb_get_property_reply_t> supported(xcb_get_property_reply(
+        connection,
+        xcb_get_property(connection, 0, root, atom(connection, "_NET_SUPPORTED"), XCB_ATOM_ATOM, 0,
+                         4096),
+        nullptr));
+    if (!supported) {
+        return false;
+    }
+    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(supported.get()));
+    const int count = xcb_get_property_value_length(supported.get()) / int(sizeof(xcb_atom_t));
+    return std::find(atoms, atoms + count, feature) != atoms + count;
+}
+
+bool requestActivation(xcb_connection_t* connection, xcb_window_t root, xcb_window_t window,
+                       xcb_timestamp_t time)
+{
+    const xcb_atom_t activeWindow = atom(connection, "_NET_ACTIVE_WINDOW");
+    if (!windowManagerSupports(connection, root, activeWindow)) {
+        return false;
+    }
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = window;
+    message.type = activeWindow;
+    message.data.data32[0] = sourcePager;
+    message.data.data32[1] = time;
+    message.data.data32[2] = XCB_NONE;
+    xcb_send_event(connection, 0, root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    return true;
+}
 
 quint8 xcbErrorCode(xcb_connection_t* connection, xcb_void_cookie_t cookie)
 {
     const XcbError error(xcb_request_check(connection, cookie));
     return error ? error->error_code : 0;
+}
+
+X11ServerClock::X11ServerClock(xcb_connection_t* connection, xcb_window_t root)
+    : m_connection(connection)
+    , m_window(xcb_generate_id(connection))
+{
+    const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_window, root, -1, -1, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
+}
+
+X11ServerClock::~X11ServerClock()
+{
+    xcb_destroy_window(m_connection, m_window);
+}
+
+xcb_timestamp_t
+X11ServerClock::now(const std::function<void(const xcb_generic_event_t*)>& otherEvent)
+{
+    // Appending nothing to a property still produces a PropertyNotify carrying the time.
+    const xcb_atom_t clock = atom(m_connection, "_RAVELO_CLOCK");
+    xcb_change_property(m_connection, XCB_PROP_MODE_APPEND, m_window, clock, XCB_ATOM_STRING, 8, 0,
+                        nullptr);
+    xcb_flush(m_connection);
+    std::vector<XcbReply<xcb_generic_event_t>> others;
+    xcb_timestamp_t time = XCB_CURRENT_TIME;
+    while (xcb_generic_event_t* event = xcb_wait_for_event(m_connection)) {
+        XcbReply<xcb_generic_event_t> owned(event);
+        if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
+            const auto* notify = reinterpret_cast<const xcb_property_notify_event_t*>(event);
+            if (notify->window == m_window && notify->atom == clock) {
+                time = notify->time;
+                break;
+            }
+        }
+        others.push_back(std::move(owned));
+    }
+    for (const XcbReply<xcb_generic_event_t>& event : others) {
+        otherEvent(event.get());
+    }
+    return time;
 }
 
 } // namespace ravelo

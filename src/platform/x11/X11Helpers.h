@@ -6,7 +6,9 @@
 #include <xkbcommon/xkbcommon.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace ravelo {
@@ -18,6 +20,35 @@ struct FreeDeleter {
 /// A reply or error of xcb, freed with the owner.
 template<typename T> using XcbReply = std::unique_ptr<T, FreeDeleter>;
 using XcbError = std::unique_ptr<xcb_generic_error_t, FreeDeleter>;
+
+struct XcbDisconnect {
+    void operator()(xcb_connection_t* connection) const noexcept { xcb_disconnect(connection); }
+};
+using XcbConnection = std::unique_ptr<xcb_connection_t, XcbDisconnect>;
+
+/// A connection of its own to the display Qt's windows are on.
+struct QtDisplayConnection {
+    XcbConnection connection;
+    xcb_connection_t* qtConnection = nullptr;
+    int screenNumber = 0;
+};
+/// None when Qt does not run on X11 or the display cannot be reached (which is logged).
+std::optional<QtDisplayConnection> connectToQtDisplay();
+
+/// The root window of the screen; none when the server has no such screen.
+xcb_window_t screenRoot(xcb_connection_t* connection, int screenNumber);
+
+/// None when the server cannot intern the name.
+xcb_atom_t atom(xcb_connection_t* connection, const char* name);
+
+/// Whether a window manager runs and lists the feature in `_NET_SUPPORTED`.
+bool windowManagerSupports(xcb_connection_t* connection, xcb_window_t root, xcb_atom_t feature);
+
+/// Asks the window manager to activate the window as a pager would, which focus-stealing
+/// prevention lets through. False, with nothing sent, when no window manager handles
+/// `_NET_ACTIVE_WINDOW`. Not flushed.
+bool requestActivation(xcb_connection_t* connection, xcb_window_t root, xcb_window_t window,
+                       xcb_timestamp_t time);
 
 /// Waits for a checked request. Its error comes back here instead of reaching any event
 /// queue or terminal: the X error code, or 0 when the request succeeded.
@@ -31,6 +62,24 @@ struct XkbDeleter {
 using XkbContext = std::unique_ptr<xkb_context, XkbDeleter>;
 using XkbKeymap = std::unique_ptr<xkb_keymap, XkbDeleter>;
 using XkbState = std::unique_ptr<xkb_state, XkbDeleter>;
+
+/// A hidden input-only window whose property changes yield fresh server timestamps, for
+/// requests that focus-stealing prevention judges. The connection must outlive it.
+class X11ServerClock {
+public:
+    X11ServerClock(xcb_connection_t* connection, xcb_window_t root);
+    ~X11ServerClock();
+    X11ServerClock(const X11ServerClock&) = delete;
+    X11ServerClock& operator=(const X11ServerClock&) = delete;
+
+    xcb_window_t window() const { return m_window; }
+    /// Waits for the server's answer; the events read meanwhile go to `otherEvent`, in order.
+    xcb_timestamp_t now(const std::function<void(const xcb_generic_event_t*)>& otherEvent);
+
+private:
+    xcb_connection_t* m_connection;
+    xcb_window_t m_window;
+};
 
 } // namespace ravelo
 

@@ -1,6 +1,7 @@
 #include "platform/x11/X11PanelWindowSupport.h"
 
 #include "platform/ActivationToken.h"
+#include "platform/x11/X11Helpers.h"
 
 #include <QByteArray>
 #include <QGuiApplication>
@@ -10,24 +11,17 @@
 #include <QWindow>
 #include <QtMath>
 
-#include <X11/Xlib.h>
 #include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 namespace {
 
 Q_LOGGING_CATEGORY(lcPanelX11, "ravelo.panel", QtInfoMsg)
 
-template<typename T> struct FreeDeleter {
-    void operator()(T* p) const { std::free(p); }
-};
-template<typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
-
-// Source indication of `_NET_ACTIVE_WINDOW`: a pager acts for the user, so window managers
+// Source indication in EWMH client messages: a pager acts for the user, so window managers
 // with focus-stealing prevention honour it.
 constexpr uint32_t sourcePager = 2;
 constexpr uint32_t allDesktops = 0xFFFFFFFF;
@@ -42,63 +36,43 @@ constexpr int keyboardHoldLimitMs = 1000;
 
 std::unique_ptr<X11PanelWindowSupport> X11PanelWindowSupport::create()
 {
-    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    if (!x11 || !x11->display() || !x11->connection()) {
+    std::optional<ravelo::QtDisplayConnection> display = ravelo::connectToQtDisplay();
+    if (!display) {
         return nullptr;
     }
-    Display* display = x11->display();
-    int screen = DefaultScreen(display);
-    xcb_connection_t* connection = xcb_connect(XDisplayString(display), nullptr);
-    if (!connection || xcb_connection_has_error(connection)) {
-        qCWarning(lcPanelX11) << "cannot open a second X connection";
-        if (connection) {
-            xcb_disconnect(connection);
-        }
-        return nullptr;
-    }
-    return std::unique_ptr<X11PanelWindowSupport>(
-        new X11PanelWindowSupport(connection, x11->connection(), screen));
+    return std::unique_ptr<X11PanelWindowSupport>(new X11PanelWindowSupport(
+        std::move(display->connection), display->qtConnection, display->screenNumber));
 }
 
-X11PanelWindowSupport::X11PanelWindowSupport(xcb_connection_t* connection,
+X11PanelWindowSupport::X11PanelWindowSupport(ravelo::XcbConnection connection,
                                              xcb_connection_t* qtConnection, int screenNumber)
-    : m_connection(connection)
+    : m_connection(std::move(connection))
     , m_qtConnection(qtConnection)
+    , m_root(ravelo::screenRoot(m_connection.get(), screenNumber))
+    // The compositing selection is watched through the clock's window too.
+    , m_clock(m_connection.get(), m_root)
 {
-    xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
-    for (int i = 0; i < screenNumber && it.rem; ++i) {
-        xcb_screen_next(&it);
-    }
-    m_root = it.data->root;
-
-    // A hidden window of our own: property changes on it yield server timestamps, and the
-    // compositing selection is watched through it.
-    m_clockWindow = xcb_generate_id(m_connection);
-    const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
-    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_clockWindow, m_root, -1, -1, 1, 1, 0,
-                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
-
     const QByteArray selection = "_NET_WM_CM_S" + QByteArray::number(screenNumber);
     m_cmSelection = atom(selection.constData());
 
     const xcb_query_extension_reply_t* xfixes =
-        xcb_get_extension_data(m_connection, &xcb_xfixes_id);
+        xcb_get_extension_data(m_connection.get(), &xcb_xfixes_id);
     if (xfixes && xfixes->present) {
         m_xfixesFirstEvent = xfixes->first_event;
-        Reply<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
-            m_connection, xcb_xfixes_query_version(m_connection, 5, 0), nullptr));
+        ravelo::XcbReply<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
+            m_connection.get(), xcb_xfixes_query_version(m_connection.get(), 5, 0), nullptr));
         xcb_xfixes_select_selection_input(
-            m_connection, m_clockWindow, m_cmSelection,
+            m_connection.get(), m_clock.window(), m_cmSelection,
             XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
                 XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
                 XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
     } else {
         qCWarning(lcPanelX11) << "no XFixes: compositing changes are noticed only at the next show";
     }
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
     m_compositing = queryCompositing();
 
-    m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection),
+    m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection.get()),
                                                    QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this,
             &X11PanelWindowSupport::readEvents);
@@ -118,9 +92,6 @@ X11PanelWindowSupport::~X11PanelWindowSupport()
 {
     qGuiApp->removeNativeEventFilter(this);
     releaseKeyboard();
-    m_notifier.reset();
-    xcb_destroy_window(m_connection, m_clockWindow);
-    xcb_disconnect(m_connection);
 }
 
 void X11PanelWindowSupport::readEventsSoon()
@@ -136,72 +107,15 @@ void X11PanelWindowSupport::readEventsSoon()
 xcb_atom_t X11PanelWindowSupport::atom(const char* name)
 {
     readEventsSoon();
-    Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
-        m_connection,
-        xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
-    return reply ? reply->atom : XCB_NONE;
+    return ravelo::atom(m_connection.get(), name);
 }
 
 bool X11PanelWindowSupport::queryCompositing()
 {
     readEventsSoon();
-    Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
-        m_connection, xcb_get_selection_owner(m_connection, m_cmSelection), nullptr));
+    ravelo::XcbReply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
+        m_connection.get(), xcb_get_selection_owner(m_connection.get(), m_cmSelection), nullptr));
     return reply && reply->owner != XCB_NONE;
-}
-
-bool X11PanelWindowSupport::windowManagerSupports(xcb_atom_t feature)
-{
-    Reply<xcb_get_property_reply_t> check(xcb_get_property_reply(
-        m_connection,
-        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW,
-                         0, 1),
-        nullptr));
-    if (!check || xcb_get_property_value_length(check.get()) != sizeof(xcb_window_t)) {
-        return false;
-    }
-    Reply<xcb_get_property_reply_t> supported(xcb_get_property_reply(
-        m_connection,
-        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTED"), XCB_ATOM_ATOM, 0, 4096),
-        nullptr));
-    if (!supported) {
-        return false;
-    }
-    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(supported.get()));
-    const int count = xcb_get_property_value_length(supported.get()) / int(sizeof(xcb_atom_t));
-    for (int i = 0; i < count; ++i) {
-        if (atoms[i] == feature) {
-            return true;
-        }
-    }
-    return false;
-}
-
-xcb_timestamp_t X11PanelWindowSupport::currentTime()
-{
-    // Appending nothing to a property still produces a PropertyNotify carrying the time.
-    const xcb_atom_t clock = atom("_RAVELO_CLOCK");
-    xcb_change_property(m_connection, XCB_PROP_MODE_APPEND, m_clockWindow, clock, XCB_ATOM_STRING,
-                        8, 0, nullptr);
-    xcb_flush(m_connection);
-    std::vector<xcb_generic_event_t*> others;
-    xcb_timestamp_t time = XCB_CURRENT_TIME;
-    while (xcb_generic_event_t* event = xcb_wait_for_event(m_connection)) {
-        if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
-            const auto* notify = reinterpret_cast<xcb_property_notify_event_t*>(event);
-            if (notify->window == m_clockWindow && notify->atom == clock) {
-                time = notify->time;
-                std::free(event);
-                break;
-            }
-        }
-        others.push_back(event);
-    }
-    for (xcb_generic_event_t* event : others) {
-        handleEvent(event);
-        std::free(event);
-    }
-    return time;
 }
 
 void X11PanelWindowSupport::prepareToMap(QWindow* window)
@@ -211,20 +125,18 @@ void X11PanelWindowSupport::prepareToMap(QWindow* window)
     }
     window->create();
     const auto id = static_cast<xcb_window_t>(window->winId());
-    xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, id, atom("_NET_WM_DESKTOP"),
+    xcb_change_property(m_connection.get(), XCB_PROP_MODE_REPLACE, id, atom("_NET_WM_DESKTOP"),
                         XCB_ATOM_CARDINAL, 32, 1, &allDesktops);
     // Qt merges its own states (above, for the stays-on-top flag) into these when it maps.
     const xcb_atom_t states[] = {atom("_NET_WM_STATE_SKIP_TASKBAR"),
                                  atom("_NET_WM_STATE_SKIP_PAGER"), atom("_NET_WM_STATE_STICKY"),
                                  atom("_NET_WM_STATE_ABOVE")};
-    xcb_void_cookie_t done =
-        xcb_change_property_checked(m_connection, XCB_PROP_MODE_REPLACE, id, atom("_NET_WM_STATE"),
-                                    XCB_ATOM_ATOM, 32, std::size(states), states);
+    xcb_void_cookie_t done = xcb_change_property_checked(m_connection.get(), XCB_PROP_MODE_REPLACE,
+                                                         id, atom("_NET_WM_STATE"), XCB_ATOM_ATOM,
+                                                         32, std::size(states), states);
     // Waiting for the reply puts these ahead of Qt's map request on the server.
-    if (xcb_generic_error_t* error = xcb_request_check(m_connection, done)) {
-        qCWarning(lcPanelX11) << "cannot set the panel's window state, X error"
-                              << error->error_code;
-        std::free(error);
+    if (const quint8 error = ravelo::xcbErrorCode(m_connection.get(), done); error != 0) {
+        qCWarning(lcPanelX11) << "cannot set the panel's window state, X error" << int(error);
     }
 }
 
@@ -235,32 +147,21 @@ void X11PanelWindowSupport::activate(QWindow* window)
     // for this window; a Wayland token is of no use to an X11 window.
     ActivationToken::takeWayland();
     if (const QByteArray startupId = ActivationToken::takeStartupId(); !startupId.isEmpty()) {
-        xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, id, atom("_NET_STARTUP_ID"),
+        xcb_change_property(m_connection.get(), XCB_PROP_MODE_REPLACE, id, atom("_NET_STARTUP_ID"),
                             atom("UTF8_STRING"), 8, startupId.size(), startupId.constData());
     }
-    const xcb_timestamp_t time = currentTime();
-    const xcb_atom_t activeWindow = atom("_NET_ACTIVE_WINDOW");
-    if (windowManagerSupports(activeWindow)) {
-        xcb_client_message_event_t message{};
-        message.response_type = XCB_CLIENT_MESSAGE;
-        message.format = 32;
-        message.window = id;
-        message.type = activeWindow;
-        message.data.data32[0] = sourcePager;
-        message.data.data32[1] = time;
-        message.data.data32[2] = XCB_NONE;
-        xcb_send_event(m_connection, 0, m_root,
-                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
-                       reinterpret_cast<const char*>(&message));
-        xcb_flush(m_connection);
+    readEventsSoon();
+    const xcb_timestamp_t time =
+        m_clock.now([this](const xcb_generic_event_t* event) { handleEvent(event); });
+    if (ravelo::requestActivation(m_connection.get(), m_root, id, time)) {
+        xcb_flush(m_connection.get());
     } else {
         // Without a window manager the focus is ours to set; a window not yet viewable is
         // refused with BadMatch, which the check swallows (the next expose tries again).
         xcb_void_cookie_t cookie =
-            xcb_set_input_focus_checked(m_connection, XCB_INPUT_FOCUS_PARENT, id, time);
-        if (xcb_generic_error_t* error = xcb_request_check(m_connection, cookie)) {
-            qCDebug(lcPanelX11) << "focus refused, X error" << error->error_code;
-            std::free(error);
+            xcb_set_input_focus_checked(m_connection.get(), XCB_INPUT_FOCUS_PARENT, id, time);
+        if (const quint8 error = ravelo::xcbErrorCode(m_connection.get(), cookie); error != 0) {
+            qCDebug(lcPanelX11) << "focus refused, X error" << int(error);
         }
     }
     window->requestActivate();
@@ -280,17 +181,18 @@ void X11PanelWindowSupport::setKeptAbove(QWindow* window, bool above)
     message.data.data32[0] = above ? netWmStateAdd : netWmStateRemove;
     message.data.data32[1] = atom("_NET_WM_STATE_ABOVE");
     message.data.data32[3] = sourcePager;
-    xcb_send_event(m_connection, 0, m_root,
+    xcb_send_event(m_connection.get(), 0, m_root,
                    XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
                    reinterpret_cast<const char*>(&message));
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
 }
 
 void X11PanelWindowSupport::setInputRegion(QWindow* window, const QRegion& region)
 {
     const auto id = static_cast<xcb_window_t>(window->winId());
     if (region.isEmpty()) {
-        xcb_shape_mask(m_connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, id, 0, 0, XCB_NONE);
+        xcb_shape_mask(m_connection.get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, id, 0, 0,
+                       XCB_NONE);
     } else {
         // The region is in Qt's coordinates; the server counts device pixels.
         const qreal ratio = window->devicePixelRatio();
@@ -303,11 +205,11 @@ void X11PanelWindowSupport::setInputRegion(QWindow* window, const QRegion& regio
                 {static_cast<int16_t>(pixels.x()), static_cast<int16_t>(pixels.y()),
                  static_cast<uint16_t>(pixels.width()), static_cast<uint16_t>(pixels.height())});
         }
-        xcb_shape_rectangles(m_connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT,
+        xcb_shape_rectangles(m_connection.get(), XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT,
                              XCB_CLIP_ORDERING_UNSORTED, id, 0, 0,
                              static_cast<uint32_t>(rectangles.size()), rectangles.data());
     }
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
 }
 
 void X11PanelWindowSupport::holdKeyboard(QWindow* window)
@@ -328,7 +230,7 @@ void X11PanelWindowSupport::grabKeyboard()
     // On the root window, since the panel is not viewable yet. With owner events, keys go
     // to the panel as usual once it has the focus; until then they come with the root as
     // their window, and the filter below hands them to the panel.
-    Reply<xcb_grab_keyboard_reply_t> reply(
+    ravelo::XcbReply<xcb_grab_keyboard_reply_t> reply(
         xcb_grab_keyboard_reply(m_qtConnection,
                                 xcb_grab_keyboard(m_qtConnection, 1, m_root, XCB_CURRENT_TIME,
                                                   XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
@@ -384,7 +286,7 @@ bool X11PanelWindowSupport::nativeEventFilter(const QByteArray& eventType, void*
 void X11PanelWindowSupport::readEvents()
 {
     m_readScheduled = false;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection.get())) {
         handleEvent(event);
         std::free(event);
     }

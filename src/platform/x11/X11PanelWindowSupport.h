@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/PanelWindowSupport.h"
+#include "platform/x11/X11Helpers.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QPointer>
@@ -36,25 +37,21 @@ public:
 
     bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr* result) override;
 
-    /// A server timestamp taken now, for requests that focus-stealing prevention judges.
-    xcb_timestamp_t currentTime();
-
 private:
-    X11PanelWindowSupport(xcb_connection_t* connection, xcb_connection_t* qtConnection,
+    X11PanelWindowSupport(ravelo::XcbConnection connection, xcb_connection_t* qtConnection,
                           int screenNumber);
 
     xcb_atom_t atom(const char* name);
     bool queryCompositing();
-    bool windowManagerSupports(xcb_atom_t feature);
     void readEvents();
     void readEventsSoon();
     void handleEvent(const xcb_generic_event_t* event);
     void grabKeyboard();
 
-    xcb_connection_t* m_connection;
+    ravelo::XcbConnection m_connection;
     xcb_connection_t* m_qtConnection;
-    xcb_window_t m_root = XCB_NONE;
-    xcb_window_t m_clockWindow = XCB_NONE;
+    xcb_window_t m_root;
+    ravelo::X11ServerClock m_clock;
     xcb_atom_t m_cmSelection = XCB_NONE;
     uint8_t m_xfixesFirstEvent = 0;
     bool m_compositing = false;

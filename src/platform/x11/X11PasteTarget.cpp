@@ -7,11 +7,9 @@
 #include <QSocketNotifier>
 #include <QWindow>
 
-#include <X11/Xlib.h>
 #include <xcb/xtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <unistd.h>
 #include <utility>
 
@@ -21,8 +19,6 @@ Q_LOGGING_CATEGORY(lcPaste, "ravelo.paste", QtInfoMsg)
 
 using ravelo::XcbReply;
 
-// Source indication of `_NET_ACTIVE_WINDOW`: a pager acts for the user.
-constexpr uint32_t sourcePager = 2;
 // Keys still held when the focus has arrived are looked at again this often.
 constexpr int keysPollMs = 10;
 // Window trees are never this deep; a loop in a broken reply ends here.
@@ -41,44 +37,28 @@ bool isDown(const xcb_query_keymap_reply_t& keymap, xcb_keycode_t keycode)
 
 std::unique_ptr<X11PasteTarget> X11PasteTarget::create()
 {
-    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    if (!x11 || !x11->display() || !x11->connection()) {
+    std::optional<ravelo::QtDisplayConnection> display = ravelo::connectToQtDisplay();
+    if (!display) {
         return nullptr;
     }
-    Display* display = x11->display();
-    xcb_connection_t* connection = xcb_connect(XDisplayString(display), nullptr);
-    if (!connection || xcb_connection_has_error(connection)) {
-        qCWarning(lcPaste) << "cannot open an X connection: answers are only copied";
-        if (connection) {
-            xcb_disconnect(connection);
-        }
-        return nullptr;
-    }
-    const xcb_query_extension_reply_t* xtest = xcb_get_extension_data(connection, &xcb_test_id);
+    const xcb_query_extension_reply_t* xtest =
+        xcb_get_extension_data(display->connection.get(), &xcb_test_id);
     if (!xtest || !xtest->present) {
         qCWarning(lcPaste) << "the X server has no XTest: answers are only copied";
-        xcb_disconnect(connection);
         return nullptr;
     }
-    return std::unique_ptr<X11PasteTarget>(new X11PasteTarget(connection, DefaultScreen(display)));
+    return std::unique_ptr<X11PasteTarget>(
+        new X11PasteTarget(std::move(display->connection), display->screenNumber));
 }
 
-X11PasteTarget::X11PasteTarget(xcb_connection_t* connection, int screenNumber)
-    : m_connection(connection)
+X11PasteTarget::X11PasteTarget(ravelo::XcbConnection connection, int screenNumber)
+    : m_connection(std::move(connection))
+    , m_root(ravelo::screenRoot(m_connection.get(), screenNumber))
+    , m_clock(m_connection.get(), m_root)
 {
-    xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
-    for (int i = 0; i < screenNumber && it.rem; ++i) {
-        xcb_screen_next(&it);
-    }
-    m_root = it.data->root;
-    // Property changes on a hidden window of our own yield fresh server timestamps.
-    m_clockWindow = xcb_generate_id(m_connection);
-    const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
-    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_clockWindow, m_root, -1, -1, 1, 1, 0,
-                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
 
-    m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection),
+    m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection.get()),
                                                    QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this, &X11PasteTarget::readEvents);
     m_deadline.setSingleShot(true);
@@ -94,17 +74,11 @@ X11PasteTarget::X11PasteTarget(xcb_connection_t* connection, int screenNumber)
 X11PasteTarget::~X11PasteTarget()
 {
     settleTarget();
-    m_notifier.reset();
-    xcb_destroy_window(m_connection, m_clockWindow);
-    xcb_disconnect(m_connection);
 }
 
 xcb_atom_t X11PasteTarget::atom(const char* name)
 {
-    XcbReply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
-        m_connection,
-        xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
-    return reply ? reply->atom : XCB_NONE;
+    return ravelo::atom(m_connection.get(), name);
 }
 
 void X11PasteTarget::rememberActiveWindow()
@@ -115,10 +89,10 @@ void X11PasteTarget::rememberActiveWindow()
     settleTarget();
     // Asked now and answered later: the panel takes the keyboard without waiting for a round
     // trip, and the server reads the focus before the panel's window is even mapped.
-    m_activeCookie = xcb_get_property(m_connection, 0, m_root, atom("_NET_ACTIVE_WINDOW"),
+    m_activeCookie = xcb_get_property(m_connection.get(), 0, m_root, atom("_NET_ACTIVE_WINDOW"),
                                       XCB_ATOM_WINDOW, 0, 1);
-    m_focusCookie = xcb_get_input_focus(m_connection);
-    xcb_flush(m_connection);
+    m_focusCookie = xcb_get_input_focus(m_connection.get());
+    xcb_flush(m_connection.get());
 }
 
 void X11PasteTarget::settleTarget()
@@ -127,9 +101,9 @@ void X11PasteTarget::settleTarget()
         return;
     }
     XcbReply<xcb_get_property_reply_t> active(xcb_get_property_reply(
-        m_connection, *std::exchange(m_activeCookie, std::nullopt), nullptr));
+        m_connection.get(), *std::exchange(m_activeCookie, std::nullopt), nullptr));
     XcbReply<xcb_get_input_focus_reply_t> focus(
-        xcb_get_input_focus_reply(m_connection, m_focusCookie, nullptr));
+        xcb_get_input_focus_reply(m_connection.get(), m_focusCookie, nullptr));
     if (active && xcb_get_property_value_length(active.get()) == sizeof(xcb_window_t)) {
         m_target = *static_cast<const xcb_window_t*>(xcb_get_property_value(active.get()));
     } else if (focus && focus->focus != XCB_INPUT_FOCUS_POINTER_ROOT && focus->focus != m_root) {
@@ -141,28 +115,6 @@ void X11PasteTarget::settleTarget()
     qCDebug(lcPaste, "Remembered window 0x%x", m_target);
 }
 
-bool X11PasteTarget::windowManagerSupports(xcb_atom_t feature)
-{
-    XcbReply<xcb_get_property_reply_t> check(xcb_get_property_reply(
-        m_connection,
-        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW,
-                         0, 1),
-        nullptr));
-    if (!check || xcb_get_property_value_length(check.get()) != sizeof(xcb_window_t)) {
-        return false;
-    }
-    XcbReply<xcb_get_property_reply_t> supported(xcb_get_property_reply(
-        m_connection,
-        xcb_get_property(m_connection, 0, m_root, atom("_NET_SUPPORTED"), XCB_ATOM_ATOM, 0, 4096),
-        nullptr));
-    if (!supported) {
-        return false;
-    }
-    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(supported.get()));
-    const int count = xcb_get_property_value_length(supported.get()) / int(sizeof(xcb_atom_t));
-    return std::find(atoms, atoms + count, feature) != atoms + count;
-}
-
 bool X11PasteTarget::isOwnWindow(xcb_window_t window)
 {
     const QWindowList windows = QGuiApplication::allWindows();
@@ -171,10 +123,11 @@ bool X11PasteTarget::isOwnWindow(xcb_window_t window)
         })) {
         return true;
     }
-    XcbReply<xcb_get_property_reply_t> pid(xcb_get_property_reply(
-        m_connection,
-        xcb_get_property(m_connection, 0, window, atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 0, 1),
-        nullptr));
+    XcbReply<xcb_get_property_reply_t> pid(
+        xcb_get_property_reply(m_connection.get(),
+                               xcb_get_property(m_connection.get(), 0, window, atom("_NET_WM_PID"),
+                                                XCB_ATOM_CARDINAL, 0, 1),
+                               nullptr));
     return pid && xcb_get_property_value_length(pid.get()) == sizeof(uint32_t) &&
            *static_cast<const uint32_t*>(xcb_get_property_value(pid.get())) == uint32_t(getpid());
 }
@@ -182,7 +135,7 @@ bool X11PasteTarget::isOwnWindow(xcb_window_t window)
 bool X11PasteTarget::exists(xcb_window_t window)
 {
     XcbReply<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
-        m_connection, xcb_get_window_attributes(m_connection, window), nullptr));
+        m_connection.get(), xcb_get_window_attributes(m_connection.get(), window), nullptr));
     return attributes != nullptr;
 }
 
@@ -212,63 +165,24 @@ void X11PasteTarget::paste()
     });
 }
 
-xcb_timestamp_t X11PasteTarget::currentTime()
-{
-    // Appending nothing to a property still produces a PropertyNotify carrying the time.
-    const xcb_atom_t clock = atom("_RAVELO_CLOCK");
-    xcb_change_property(m_connection, XCB_PROP_MODE_APPEND, m_clockWindow, clock, XCB_ATOM_STRING,
-                        8, 0, nullptr);
-    xcb_flush(m_connection);
-    std::vector<xcb_generic_event_t*> others;
-    xcb_timestamp_t time = XCB_CURRENT_TIME;
-    while (xcb_generic_event_t* event = xcb_wait_for_event(m_connection)) {
-        if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
-            const auto* notify = reinterpret_cast<xcb_property_notify_event_t*>(event);
-            if (notify->window == m_clockWindow && notify->atom == clock) {
-                time = notify->time;
-                std::free(event);
-                break;
-            }
-        }
-        others.push_back(event);
-    }
-    for (xcb_generic_event_t* event : others) {
-        handleEvent(event);
-        std::free(event);
-    }
-    return time;
-}
-
 void X11PasteTarget::activateTarget()
 {
     // Focus changes in the window or below it are reported here from now on.
     const uint32_t mask = XCB_EVENT_MASK_FOCUS_CHANGE;
-    xcb_change_window_attributes(m_connection, m_target, XCB_CW_EVENT_MASK, &mask);
-    const xcb_timestamp_t time = currentTime();
-    const xcb_atom_t activeWindowAtom = atom("_NET_ACTIVE_WINDOW");
-    if (windowManagerSupports(activeWindowAtom)) {
-        xcb_client_message_event_t message{};
-        message.response_type = XCB_CLIENT_MESSAGE;
-        message.format = 32;
-        message.window = m_target;
-        message.type = activeWindowAtom;
-        message.data.data32[0] = sourcePager;
-        message.data.data32[1] = time;
-        message.data.data32[2] = XCB_NONE;
-        xcb_send_event(m_connection, 0, m_root,
-                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
-                       reinterpret_cast<const char*>(&message));
-    } else {
-        xcb_set_input_focus(m_connection, XCB_INPUT_FOCUS_PARENT, m_target, time);
+    xcb_change_window_attributes(m_connection.get(), m_target, XCB_CW_EVENT_MASK, &mask);
+    const xcb_timestamp_t time =
+        m_clock.now([this](const xcb_generic_event_t* event) { handleEvent(event); });
+    if (!ravelo::requestActivation(m_connection.get(), m_root, m_target, time)) {
+        xcb_set_input_focus(m_connection.get(), XCB_INPUT_FOCUS_PARENT, m_target, time);
     }
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
     qCDebug(lcPaste, "Asked for the focus of window 0x%x", m_target);
 }
 
 bool X11PasteTarget::focusIsOnTarget()
 {
-    XcbReply<xcb_get_input_focus_reply_t> focus(
-        xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    XcbReply<xcb_get_input_focus_reply_t> focus(xcb_get_input_focus_reply(
+        m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
     xcb_window_t window = focus ? focus->focus : XCB_NONE;
     // The application may give the focus to a window inside its top-level.
     for (int depth = 0; depth < maxTreeDepth; ++depth) {
@@ -278,8 +192,8 @@ bool X11PasteTarget::focusIsOnTarget()
         if (window == XCB_NONE || window == XCB_INPUT_FOCUS_POINTER_ROOT || window == m_root) {
             return false;
         }
-        XcbReply<xcb_query_tree_reply_t> tree(
-            xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, window), nullptr));
+        XcbReply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(
+            m_connection.get(), xcb_query_tree(m_connection.get(), window), nullptr));
         window = tree ? tree->parent : XCB_NONE;
     }
     return false;
@@ -289,7 +203,7 @@ void X11PasteTarget::readModifierMap(std::vector<xcb_keycode_t>& modifiers,
                                      std::vector<xcb_keycode_t>& control)
 {
     XcbReply<xcb_get_modifier_mapping_reply_t> map(xcb_get_modifier_mapping_reply(
-        m_connection, xcb_get_modifier_mapping(m_connection), nullptr));
+        m_connection.get(), xcb_get_modifier_mapping(m_connection.get()), nullptr));
     if (!map) {
         return;
     }
@@ -311,11 +225,11 @@ void X11PasteTarget::readModifierMap(std::vector<xcb_keycode_t>& modifiers,
 
 xcb_keycode_t X11PasteTarget::keycodeOfV()
 {
-    const xcb_setup_t* setup = xcb_get_setup(m_connection);
+    const xcb_setup_t* setup = xcb_get_setup(m_connection.get());
     const int count = setup->max_keycode - setup->min_keycode + 1;
     XcbReply<xcb_get_keyboard_mapping_reply_t> mapping(xcb_get_keyboard_mapping_reply(
-        m_connection, xcb_get_keyboard_mapping(m_connection, setup->min_keycode, uint8_t(count)),
-        nullptr));
+        m_connection.get(),
+        xcb_get_keyboard_mapping(m_connection.get(), setup->min_keycode, uint8_t(count)), nullptr));
     if (!mapping) {
         return evdevKeycodeV;
     }
@@ -338,7 +252,7 @@ xcb_keycode_t X11PasteTarget::keycodeOfV()
 void X11PasteTarget::readEvents()
 {
     bool focusChanged = false;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection.get())) {
         focusChanged |= (event->response_type & 0x7f) == XCB_FOCUS_IN;
         handleEvent(event);
         std::free(event);
@@ -364,7 +278,7 @@ void X11PasteTarget::advance()
     // The V of the user's Ctrl+V may still be down: typed now, it would reach the window as a
     // second press. Modifiers may stay down.
     XcbReply<xcb_query_keymap_reply_t> keymap(
-        xcb_query_keymap_reply(m_connection, xcb_query_keymap(m_connection), nullptr));
+        xcb_query_keymap_reply(m_connection.get(), xcb_query_keymap(m_connection.get()), nullptr));
     std::vector<xcb_keycode_t> modifiers;
     std::vector<xcb_keycode_t> control;
     readModifierMap(modifiers, control);
@@ -389,7 +303,7 @@ void X11PasteTarget::typePaste(const std::vector<xcb_keycode_t>& control, bool c
 {
     const xcb_keycode_t v = keycodeOfV();
     const auto fake = [this](uint8_t type, xcb_keycode_t keycode) {
-        xcb_test_fake_input(m_connection, type, keycode, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+        xcb_test_fake_input(m_connection.get(), type, keycode, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
     };
     // A Ctrl the user holds does the job; pressing another one here would be released here
     // while the user's is still down.
@@ -401,7 +315,7 @@ void X11PasteTarget::typePaste(const std::vector<xcb_keycode_t>& control, bool c
     if (!controlHeld) {
         fake(XCB_KEY_RELEASE, control.front());
     }
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
     qCDebug(lcPaste, "Typed Ctrl+V into window 0x%x (Ctrl %s)", m_target,
             controlHeld ? "held by the user" : "pressed here");
 }
@@ -413,8 +327,8 @@ void X11PasteTarget::finish(bool done, const QString& reason)
     m_keysReleased.stop();
     if (m_target != XCB_NONE && exists(m_target)) {
         const uint32_t none = XCB_EVENT_MASK_NO_EVENT;
-        xcb_change_window_attributes(m_connection, m_target, XCB_CW_EVENT_MASK, &none);
-        xcb_flush(m_connection);
+        xcb_change_window_attributes(m_connection.get(), m_target, XCB_CW_EVENT_MASK, &none);
+        xcb_flush(m_connection.get());
     }
     if (done) {
         emit pasted();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/PasteTarget.h"
+#include "platform/x11/X11Helpers.h"
 
 #include <QTimer>
 
@@ -36,12 +37,11 @@ public:
     static constexpr int focusLimitMs = 3000;
 
 private:
-    X11PasteTarget(xcb_connection_t* connection, int screenNumber);
+    X11PasteTarget(ravelo::XcbConnection connection, int screenNumber);
 
     xcb_atom_t atom(const char* name);
     /// Collects the answer to `rememberActiveWindow`'s questions, once.
     void settleTarget();
-    bool windowManagerSupports(xcb_atom_t feature);
     bool isOwnWindow(xcb_window_t window);
     bool exists(xcb_window_t window);
     bool focusIsOnTarget();
@@ -49,7 +49,6 @@ private:
     void readModifierMap(std::vector<xcb_keycode_t>& modifiers,
                          std::vector<xcb_keycode_t>& control);
     xcb_keycode_t keycodeOfV();
-    xcb_timestamp_t currentTime();
     void activateTarget();
     void readEvents();
     void handleEvent(const xcb_generic_event_t* event);
@@ -57,9 +56,9 @@ private:
     void typePaste(const std::vector<xcb_keycode_t>& control, bool controlHeld);
     void finish(bool done, const QString& reason = QString());
 
-    xcb_connection_t* m_connection;
-    xcb_window_t m_root = XCB_NONE;
-    xcb_window_t m_clockWindow = XCB_NONE;
+    ravelo::XcbConnection m_connection;
+    xcb_window_t m_root;
+    ravelo::X11ServerClock m_clock;
     xcb_window_t m_target = XCB_NONE;
     std::optional<xcb_get_property_cookie_t> m_activeCookie;
     xcb_get_input_focus_cookie_t m_focusCookie = {};

@@ -1,5 +1,7 @@
 #include "platform/x11/X11TraySelection.h"
 
+#include "platform/x11/X11Helpers.h"
+
 #include <QAbstractEventDispatcher>
 #include <QByteArray>
 #include <QSocketNotifier>
@@ -7,16 +9,8 @@
 #include <xcb/xfixes.h>
 
 #include <cstdlib>
-#include <cstring>
 
-namespace {
-
-template<typename T> struct FreeDeleter {
-    void operator()(T* p) const { std::free(p); }
-};
-template<typename T> using Reply = std::unique_ptr<T, FreeDeleter<T>>;
-
-} // namespace
+using ravelo::XcbReply;
 
 std::unique_ptr<X11TraySelection> X11TraySelection::create()
 {
@@ -33,7 +27,7 @@ std::unique_ptr<X11TraySelection> X11TraySelection::create()
         xcb_disconnect(connection);
         return nullptr;
     }
-    Reply<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
+    XcbReply<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
         connection, xcb_xfixes_query_version(connection, 5, 0), nullptr));
     return std::unique_ptr<X11TraySelection>(
         new X11TraySelection(connection, screenNumber, xfixes->first_event));
@@ -44,18 +38,10 @@ X11TraySelection::X11TraySelection(xcb_connection_t* connection, int screenNumbe
     : m_connection(connection)
     , m_xfixesFirstEvent(xfixesFirstEvent)
 {
-    xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
-    for (int i = 0; i < screenNumber && it.rem; ++i) {
-        xcb_screen_next(&it);
-    }
-    const xcb_window_t root = it.data->root;
+    const xcb_window_t root = ravelo::screenRoot(m_connection, screenNumber);
 
     const QByteArray name = "_NET_SYSTEM_TRAY_S" + QByteArray::number(screenNumber);
-    Reply<xcb_intern_atom_reply_t> atom(xcb_intern_atom_reply(
-        m_connection,
-        xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(name.size()), name.constData()),
-        nullptr));
-    m_selection = atom ? atom->atom : XCB_NONE;
+    m_selection = ravelo::atom(m_connection, name.constData());
 
     m_window = xcb_generate_id(m_connection);
     xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_window, root, -1, -1, 1, 1, 0,
@@ -86,7 +72,7 @@ bool X11TraySelection::hasOwner() const
     if (m_selection == XCB_NONE) {
         return false;
     }
-    Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
+    XcbReply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
         m_connection, xcb_get_selection_owner(m_connection, m_selection), nullptr));
     return reply && reply->owner != XCB_NONE;
 }
