@@ -474,26 +474,29 @@ void AppDelegate::runPromptNumbered(qint64 number)
     }
 }
 
-void AppDelegate::copyResultAndClose()
+bool AppDelegate::copyResult()
 {
     const QString result = m_appState->resultText();
     if (result.isEmpty()) {
-        return;
+        return false;
     }
     if (QClipboard* clipboard = QGuiApplication::clipboard()) {
         clipboard->setText(result, QClipboard::Clipboard);
     }
-    closePanel();
+    return true;
+}
+
+void AppDelegate::copyResultAndClose()
+{
+    if (copyResult()) {
+        closePanel();
+    }
 }
 
 void AppDelegate::pasteResultAndClose()
 {
-    const QString result = m_appState->resultText();
-    if (result.isEmpty() || !m_panel || !m_panel->isVisible() || m_panel->showsCopiedNotice()) {
+    if (!m_panel || !m_panel->isVisible() || m_panel->showsCopiedNotice() || !copyResult()) {
         return;
-    }
-    if (QClipboard* clipboard = QGuiApplication::clipboard()) {
-        clipboard->setText(result, QClipboard::Clipboard);
     }
     if (!m_pasteTarget->canPaste() || !m_pasteTarget->hasTarget()) {
         qCDebug(lcApp, "Answer copied; there is no window to paste it into");

@@ -109,6 +109,8 @@ signals:
     void onboardingRequested();
 
 private:
+    /// Puts the answer on the clipboard; false when there is none.
+    bool copyResult();
     void startTrigger();
     void readClipboard();
     void showClipboardText(const QString& text);

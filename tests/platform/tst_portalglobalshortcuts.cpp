@@ -59,6 +59,16 @@ bool pressTrigger(const QString& name = QStringLiteral("trigger"))
     return pressed;
 }
 
+/// Starts ravelo on the session's Wayland display, logging what it asks of the portal.
+bool startWithPortalLog(RunningRavelo& ravelo)
+{
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
+    environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                       QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
+    return ravelo.start({}, environment);
+}
+
 } // namespace
 
 class TestPortalGlobalShortcuts : public QObject {
@@ -153,12 +163,8 @@ private slots:
                 0);
         server.enqueue(
             ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
-        QProcessEnvironment environment;
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
-        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
-                           QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
         RunningRavelo ravelo;
-        QVERIFY(ravelo.start({}, environment));
+        QVERIFY(startWithPortalLog(ravelo));
         const QString id = HotkeyManager::promptShortcutId(second.id);
         const QByteArray bound =
             "The desktop portal bound the hotkey CTRL+SHIFT+k for " + id.toLatin1();
@@ -225,12 +231,8 @@ private slots:
         }
         QVERIFY(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("copied by hand")}) ==
                 0);
-        QProcessEnvironment environment;
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
-        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
-                           QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
         RunningRavelo ravelo;
-        QVERIFY(ravelo.start({}, environment));
+        QVERIFY(startWithPortalLog(ravelo));
         QVERIFY(ravelo.logged("The desktop portal bound the hotkey CTRL+SHIFT+k"));
         QVERIFY(pressTrigger());
         QVERIFY(ravelo.logged("Panel requested for 14 characters"));
