@@ -40,6 +40,12 @@ struct PanelFixture {
         return panel->view()->findChild<QQuickItem*>(QLatin1String(name));
     }
 
+    QRect sceneRect(const char* name) const
+    {
+        QQuickItem* it = item(name);
+        return it->mapRectToScene(QRectF(0, 0, it->width(), it->height())).toAlignedRect();
+    }
+
     // Shows the panel and waits until it has the keyboard focus.
     bool showAndFocus()
     {

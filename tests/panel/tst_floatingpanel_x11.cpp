@@ -1,145 +1,57 @@
 // The panel under a real X server with a real window manager (openbox) and, for part of the
-// test, a real compositing manager (xcompmgr). Keys are typed through XTest (xdotool).
+// test, a real compositing manager (xcompmgr). Keys and clicks go through XTest (xdotool);
+// the window's properties are read as another application reads them (xprop, xwininfo).
+#include "DesktopSession.h"
 #include "PanelFixture.h"
+#include "XTestKeyboard.h"
 
 #include <QClipboard>
-#include <QHash>
 #include <QProcess>
-#include <QScreen>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QtQml/qqmlextensionplugin.h>
 
-#include <xcb/xcb.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 
 Q_IMPORT_QML_PLUGIN(RaveloPlugin)
 
 namespace {
 
-// A connection of the test's own, standing for "another application".
-class OtherClient {
+QString output(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished();
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+// A property of the window, or of the root window for 0, as xprop prints it.
+QString xprop(WId window, const char* name)
+{
+    return output(
+        QStringLiteral("xprop"),
+        window ? QStringList{QStringLiteral("-id"), QString::number(window), QLatin1String(name)}
+               : QStringList{QStringLiteral("-root"), QLatin1String(name)});
+}
+
+// The windows of a root window property, as xprop prints their ids.
+QStringList rootWindows(const char* name)
+{
+    return xprop(0, name).section(u'#', 1).simplified().split(QStringLiteral(", "));
+}
+
+QString hex(WId window)
+{
+    return QStringLiteral("0x%1").arg(window, 0, 16);
+}
+
+// Another application's window that counts the clicks it hears.
+class ClickCounter : public QWindow {
 public:
-    OtherClient()
-        : m_connection(xcb_connect(nullptr, nullptr))
-    {
-        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
-    }
-    ~OtherClient() { xcb_disconnect(m_connection); }
+    int clicks = 0;
 
-    bool ok() const { return !xcb_connection_has_error(m_connection); }
-
-    xcb_atom_t atom(const char* name)
-    {
-        auto* reply = xcb_intern_atom_reply(
-            m_connection,
-            xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(std::strlen(name)), name),
-            nullptr);
-        const xcb_atom_t result = reply ? reply->atom : XCB_NONE;
-        std::free(reply);
-        return result;
-    }
-
-    QList<uint32_t> property(xcb_window_t window, const char* name, xcb_atom_t type)
-    {
-        auto* reply = xcb_get_property_reply(
-            m_connection, xcb_get_property(m_connection, 0, window, atom(name), type, 0, 1024),
-            nullptr);
-        QList<uint32_t> values;
-        if (reply && reply->format == 32) {
-            const auto* data = static_cast<const uint32_t*>(xcb_get_property_value(reply));
-            values = QList<uint32_t>(data, data + xcb_get_property_value_length(reply) / 4);
-        }
-        std::free(reply);
-        return values;
-    }
-
-    QByteArray text(xcb_window_t window, const char* name)
-    {
-        auto* reply = xcb_get_property_reply(m_connection,
-                                             xcb_get_property(m_connection, 0, window, atom(name),
-                                                              XCB_GET_PROPERTY_TYPE_ANY, 0, 1024),
-                                             nullptr);
-        QByteArray value;
-        if (reply) {
-            value = QByteArray(static_cast<const char*>(xcb_get_property_value(reply)),
-                               xcb_get_property_value_length(reply));
-        }
-        std::free(reply);
-        return value;
-    }
-
-    xcb_window_t activeWindow()
-    {
-        const auto values = property(m_root, "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW);
-        return values.isEmpty() ? XCB_NONE : values.first();
-    }
-
-    uint8_t depth(xcb_window_t window)
-    {
-        auto* reply =
-            xcb_get_geometry_reply(m_connection, xcb_get_geometry(m_connection, window), nullptr);
-        const uint8_t result = reply ? reply->depth : 0;
-        std::free(reply);
-        return result;
-    }
-
-    bool hasWindowManager()
-    {
-        return !property(m_root, "_NET_SUPPORTING_WM_CHECK", XCB_ATOM_WINDOW).isEmpty();
-    }
-
-    xcb_window_t createWindow()
-    {
-        const xcb_window_t window = xcb_generate_id(m_connection);
-        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, 100, 100, 300, 200, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
-        xcb_map_window(m_connection, window);
-        xcb_flush(m_connection);
-        return window;
-    }
-
-    // A window exactly there, unmanaged, below every other window, that hears its clicks.
-    xcb_window_t createWindowBelowAll(const QRect& frame)
-    {
-        const xcb_window_t window = xcb_generate_id(m_connection);
-        const uint32_t values[] = {1, XCB_EVENT_MASK_BUTTON_PRESS};
-        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, m_root, int16_t(frame.x()),
-                          int16_t(frame.y()), uint16_t(frame.width()), uint16_t(frame.height()), 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
-                          XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
-        xcb_map_window(m_connection, window);
-        const uint32_t below = XCB_STACK_MODE_BELOW;
-        xcb_configure_window(m_connection, window, XCB_CONFIG_WINDOW_STACK_MODE, &below);
-        xcb_flush(m_connection);
-        return window;
-    }
-
-    // How many button presses the window has heard so far.
-    int clicks(xcb_window_t window)
-    {
-        while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
-            if ((event->response_type & 0x7f) == XCB_BUTTON_PRESS) {
-                ++m_clicks[reinterpret_cast<xcb_button_press_event_t*>(event)->event];
-            }
-            std::free(event);
-        }
-        return m_clicks.value(window);
-    }
-
-    // Top-level windows from bottom to top, as the window manager stacks them.
-    QList<uint32_t> stacking()
-    {
-        return property(m_root, "_NET_CLIENT_LIST_STACKING", XCB_ATOM_WINDOW);
-    }
-
-private:
-    xcb_connection_t* m_connection;
-    xcb_window_t m_root = XCB_NONE;
-    QHash<xcb_window_t, int> m_clicks;
+protected:
+    void mousePressEvent(QMouseEvent*) override { ++clicks; }
 };
 
 // What the renderer drew: the card opaque in its own colour and, with the shadows, a margin
@@ -165,50 +77,29 @@ QString drawingFault(const QImage& image, const QRect& card, bool shadows)
     return {};
 }
 
-// Where `after` differs from `before` outside `box`, or that it does not differ at all.
-QString drawnOutside(const QImage& before, const QImage& after, const QRect& box)
+// The bounds of the pixels that differ between the two pictures.
+QRect changedArea(const QImage& before, const QImage& after)
 {
     const QImage a = before.convertToFormat(QImage::Format_ARGB32);
     const QImage b = after.convertToFormat(QImage::Format_ARGB32);
     QRect changed;
     for (int y = 0; y < a.height(); ++y) {
-        const auto* lineA = reinterpret_cast<const QRgb*>(a.constScanLine(y));
-        const auto* lineB = reinterpret_cast<const QRgb*>(b.constScanLine(y));
         for (int x = 0; x < a.width(); ++x) {
-            if (lineA[x] != lineB[x]) {
+            if (a.pixel(x, y) != b.pixel(x, y)) {
                 changed |= QRect(x, y, 1, 1);
             }
         }
     }
-    if (changed.isEmpty()) {
-        return QStringLiteral("nothing drawn");
-    }
-    if (box.contains(changed)) {
-        return {};
-    }
-    return QStringLiteral("drawn over %1,%2 %3x%4, outside %5,%6 %7x%8")
-        .arg(changed.x())
-        .arg(changed.y())
-        .arg(changed.width())
-        .arg(changed.height())
-        .arg(box.x())
-        .arg(box.y())
-        .arg(box.width())
-        .arg(box.height());
-}
-
-bool run(const QString& program, const QStringList& arguments)
-{
-    return QProcess::execute(program, arguments) == 0;
+    return changed;
 }
 
 // Real clicks at a point of the screen: button 1, or the wheel (4 up, 5 down), `times` times.
 bool pointer(const QPoint& at, int button, int times = 1)
 {
-    return run(QStringLiteral("xdotool"),
-               {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
-                QStringLiteral("click"), QStringLiteral("--repeat"), QString::number(times),
-                QString::number(button)});
+    return DesktopSession::xdotool({QStringLiteral("mousemove"), QString::number(at.x()),
+                                    QString::number(at.y()), QStringLiteral("click"),
+                                    QStringLiteral("--repeat"), QString::number(times),
+                                    QString::number(button)});
 }
 
 } // namespace
@@ -218,16 +109,13 @@ class TestFloatingPanelX11 : public QObject {
 
 private slots:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { stopCompositor(); }
     void init();
-    void cleanup();
-    void isAFloatingPanelOnEveryWorkspace();
-    void takesTheFocusFromAnotherApplication();
-    void routesTypedKeys();
-    void shadowMarginFollowsTheCompositor();
+    void cleanup() { f.reset(); }
+    void isAFloatingPanelOnEveryWorkspaceBehindPreferences();
+    void takesTheFocusFromAnotherApplicationAndRoutesTypedKeys();
+    void shadowMarginFollowsTheCompositorAndLetsClicksThrough();
     void cardGrowsInsideAStillWindow();
-    void marginLetsClicksThrough();
-    void preferencesComeOverThePanel();
     void stripStartsAtItsFirstChipAndTurnsWithTheWheel();
     void answerFollowsTheStreamUntilScrolledUp();
     void selectionCopiesAcrossRuns();
@@ -235,170 +123,130 @@ private slots:
     void textIsDrawnInsideItsBox();
 
 private:
-    QRect sceneRect(const char* name) const
-    {
-        QQuickItem* item = f->item(name);
-        return item->mapRectToScene(item->boundingRect()).toAlignedRect();
-    }
-    xcb_window_t panelWindow() const { return static_cast<xcb_window_t>(f->panel->winId()); }
     QPoint onScreen(const char* name) const
     {
-        QQuickItem* item = f->item(name);
-        return f->panel->mapToGlobal(
-            item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+        return f->panel->mapToGlobal(f->sceneRect(name).center());
     }
-    void startProcess(QProcess& process, const QString& program, const QStringList& arguments);
+    bool hasState(const char* state) const
+    {
+        return xprop(f->panel->winId(), "_NET_WM_STATE").contains(QLatin1String(state));
+    }
+    void stopCompositor()
+    {
+        m_compositor.terminate();
+        m_compositor.waitForFinished(3000);
+    }
 
-    QProcess m_openbox;
+    DesktopSession m_desktop;
     QProcess m_compositor;
-    OtherClient m_x;
     std::unique_ptr<PanelFixture> f;
-    QList<int> m_numbers;
-    int m_enters = 0;
-    int m_copies = 0;
+    QStringList m_events; // what the panel asked its owner to do, in order
 };
-
-void TestFloatingPanelX11::startProcess(QProcess& process, const QString& program,
-                                        const QStringList& arguments)
-{
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(program, arguments);
-    QVERIFY2(process.waitForStarted(), qPrintable(program));
-}
 
 void TestFloatingPanelX11::initTestCase()
 {
     QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
-    QVERIFY(m_x.ok());
-    for (const char* tool : {"openbox", "xcompmgr", "xdotool"}) {
-        QVERIFY2(!QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty(), tool);
-    }
-    startProcess(m_openbox, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
-    QTRY_VERIFY_WITH_TIMEOUT(m_x.hasWindowManager(), 10000);
-}
-
-void TestFloatingPanelX11::cleanupTestCase()
-{
-    for (QProcess* process : {&m_compositor, &m_openbox}) {
-        if (process->state() != QProcess::NotRunning) {
-            process->terminate();
-            process->waitForFinished(3000);
-        }
-    }
+    QVERIFY(!QStandardPaths::findExecutable(QStringLiteral("xcompmgr")).isEmpty());
+    QVERIFY(m_desktop.startWindowManager());
+    m_compositor.setProcessChannelMode(QProcess::ForwardedErrorChannel);
 }
 
 void TestFloatingPanelX11::init()
 {
     f = std::make_unique<PanelFixture>();
-    m_numbers.clear();
-    m_enters = m_copies = 0;
-    f->panel->onNumberKeyPressed = [this](int n) { m_numbers << n; };
-    f->panel->onEnterPressed = [this] { ++m_enters; };
-    f->panel->onCopyResultAndClose = [this] { ++m_copies; };
+    m_events.clear();
+    f->panel->onNumberKeyPressed = [this](int n) { m_events << QString::number(n); };
+    f->panel->onEnterPressed = [this] { m_events << QStringLiteral("enter"); };
+    f->panel->onCopyResultAndClose = [this] { m_events << QStringLiteral("copy"); };
     f->state->setClipboardText(QStringLiteral("Copied elsewhere"));
 }
 
-void TestFloatingPanelX11::cleanup()
-{
-    f.reset();
-}
-
-void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspace()
+void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspaceBehindPreferences()
 {
     QVERIFY(f->showAndFocus());
-    const xcb_window_t window = panelWindow();
-    QCOMPARE(m_x.text(window, "_NET_WM_NAME"), QByteArray("Ravelo"));
-    const auto states = m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM);
+    const WId window = f->panel->winId();
+    QVERIFY(xprop(window, "_NET_WM_NAME").contains(QStringLiteral("\"Ravelo\"")));
     // Openbox keeps "on every desktop" in _NET_WM_DESKTOP alone and drops the sticky state.
     for (const char* state :
          {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"}) {
-        QVERIFY2(states.contains(m_x.atom(state)), state);
+        QVERIFY2(hasState(state), state);
     }
-    QCOMPARE(m_x.property(window, "_NET_WM_DESKTOP", XCB_ATOM_CARDINAL),
-             QList<uint32_t>{0xFFFFFFFF});
-    QVERIFY(m_x.property(window, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM)
-                .contains(m_x.atom("_NET_WM_WINDOW_TYPE_UTILITY")));
+    QVERIFY(xprop(window, "_NET_WM_DESKTOP").contains(QStringLiteral("= 4294967295")));
+    QVERIFY(xprop(window, "_NET_WM_WINDOW_TYPE").contains(QStringLiteral("_UTILITY")));
 
-    // Placement under the window manager follows the same rule as anywhere.
-    const QRect area = f->panel->screen()->availableGeometry();
-    QTRY_COMPARE(f->item("clipboardBox")->height(),
-                 f->item("clipboardBox")->property("measuredHeight").toReal());
-    const QRect frame = f->panel->inputRegion().boundingRect().translated(f->panel->position());
-    QVERIFY(qAbs(frame.center().x() - area.center().x()) <= 1);
-    QVERIFY(qAbs(frame.y() + frame.height() / 2 - (area.y() + area.height() / 2 - 100)) <= 1);
+    // The preferences come over the panel; the next trigger puts the panel above them again.
+    QWindow preferences;
+    preferences.resize(400, 300);
+    f->panel->stepBack();
+    preferences.show();
+    preferences.requestActivate();
+    QVERIFY(QTest::qWaitForWindowExposed(&preferences));
+    const auto over = [&] {
+        const QStringList order = rootWindows("_NET_CLIENT_LIST_STACKING");
+        return order.indexOf(hex(preferences.winId())) > order.indexOf(hex(window));
+    };
+    QTRY_VERIFY(over());
+    QTRY_VERIFY(!hasState("_NET_WM_STATE_ABOVE"));
+    QVERIFY(f->showAndFocus());
+    QTRY_VERIFY(!over());
+    QVERIFY(hasState("_NET_WM_STATE_ABOVE"));
 
     // Closed and shown again, it is marked the same way.
     f->panel->close();
-    QTRY_VERIFY(!m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM)
-                     .contains(m_x.atom("_NET_WM_STATE_SKIP_PAGER")));
+    QTRY_VERIFY(!hasState("_NET_WM_STATE_SKIP_PAGER"));
     QVERIFY(f->showAndFocus());
-    QTRY_VERIFY(m_x.property(window, "_NET_WM_STATE", XCB_ATOM_ATOM)
-                    .contains(m_x.atom("_NET_WM_STATE_SKIP_TASKBAR")));
+    QTRY_VERIFY(hasState("_NET_WM_STATE_SKIP_TASKBAR") && hasState("_NET_WM_STATE_SKIP_PAGER"));
 }
 
-void TestFloatingPanelX11::takesTheFocusFromAnotherApplication()
+void TestFloatingPanelX11::takesTheFocusFromAnotherApplicationAndRoutesTypedKeys()
 {
-    const xcb_window_t other = m_x.createWindow();
+    XTestKeyboard other;
+    const xcb_window_t window = other.createFocusedWindow();
     QTRY_VERIFY_WITH_TIMEOUT(
-        run(QStringLiteral("xdotool"),
-            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(other)}),
+        DesktopSession::xdotool(
+            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)}),
         5000);
-    QTRY_COMPARE(m_x.activeWindow(), other);
-
+    QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(window)});
     f->panel->centerAndShow();
     QTRY_VERIFY_WITH_TIMEOUT(f->panel->isActive(), 5000);
-    QTRY_COMPARE(m_x.activeWindow(), panelWindow());
+    QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(f->panel->winId())});
 
-    // The keyboard now reaches the panel.
-    QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("4")}));
-    QTRY_COMPARE(m_numbers, QList<int>{4});
-}
-
-void TestFloatingPanelX11::routesTypedKeys()
-{
-    QVERIFY(f->showAndFocus());
-    const auto key = [](const char* name) {
-        return run(QStringLiteral("xdotool"), {QStringLiteral("key"), QLatin1String(name)});
-    };
-    QVERIFY(key("2"));
-    QVERIFY(key("0"));
-    QVERIFY(key("alt+3"));
-    QVERIFY(key("KP_Enter"));
-    QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(m_copies, 1);
-    QCOMPARE(m_numbers, QList<int>{2});
-    QCOMPARE(m_enters, 1);
+    for (const char* key : {"4", "0", "alt+3", "KP_Enter", "ctrl+c"}) {
+        QVERIFY(DesktopSession::key(QLatin1String(key)));
+    }
+    QTRY_COMPARE(m_events, (QStringList{QStringLiteral("4"), QStringLiteral("enter"),
+                                        QStringLiteral("copy")}));
 
     f->state->setShowCustomPromptInput(true);
     QTRY_VERIFY(f->item("customField")->hasActiveFocus());
-    QVERIFY(key("7"));
+    QVERIFY(DesktopSession::key(QStringLiteral("7")));
     QTRY_COMPARE(f->state->customPromptText(), QStringLiteral("7"));
-    QCOMPARE(m_numbers, QList<int>{2});
-
-    QVERIFY(key("Escape"));
+    QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
     QTRY_VERIFY(!f->state->showCustomPromptInput());
     QVERIFY(f->panel->isVisible());
-    QVERIFY(key("Escape"));
+    QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
     QTRY_VERIFY(!f->panel->isVisible());
+    QCOMPARE(m_events.size(), 3);
 }
 
-void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
+void TestFloatingPanelX11::shadowMarginFollowsTheCompositorAndLetsClicksThrough()
 {
     QVERIFY(f->showAndFocus());
     QVERIFY(!f->panel->hasShadowMargin());
     QCOMPARE(f->panel->width(), 544);
-    QVERIFY(!f->panel->mask().isEmpty());
     // Without a compositor the window is cut to the card: its rounded corners are outside.
     QVERIFY(!f->panel->mask().contains(QPoint(2, 2)));
     QVERIFY(f->panel->mask().contains(QPoint(272, 100)));
     // Translucent windows need a visual with alpha, whichever renderer draws them.
-    QCOMPARE(m_x.depth(panelWindow()), uint8_t(32));
+    QVERIFY(output(QStringLiteral("xwininfo"),
+                   {QStringLiteral("-id"), QString::number(f->panel->winId())})
+                .contains(QStringLiteral("Depth: 32")));
     QTRY_COMPARE(
         drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), false),
         QString());
     const QPoint cardOnScreen = f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint());
 
-    startProcess(m_compositor, QStringLiteral("xcompmgr"), {});
+    m_compositor.start(QStringLiteral("xcompmgr"), QStringList());
     QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
     QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
     QVERIFY(f->panel->mask().isEmpty());
@@ -409,8 +257,23 @@ void TestFloatingPanelX11::shadowMarginFollowsTheCompositor()
         drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), true),
         QString());
 
-    m_compositor.terminate();
-    QVERIFY(m_compositor.waitForFinished(3000));
+    // A window under the panel's left margin hears the clicks there; the card keeps its own.
+    const QRect card(cardOnScreen, f->panel->cardGeometry().size().toSize());
+    ClickCounter below;
+    below.setFlags(Qt::X11BypassWindowManagerHint | Qt::FramelessWindowHint);
+    below.setGeometry(card.left() - 150, card.top(), 140, 200);
+    QVERIFY(f->panel->geometry().contains(below.geometry()));
+    below.show();
+    below.lower();
+    QVERIFY(QTest::qWaitForWindowExposed(&below));
+    QVERIFY(pointer(below.geometry().center(), 1));
+    QTRY_COMPARE(below.clicks, 1);
+    QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
+    QVERIFY(pointer(onScreen("closeButton"), 1));
+    QTRY_COMPARE(closing.count(), 1);
+    QCOMPARE(below.clicks, 1);
+
+    stopCompositor();
     QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
     QTRY_COMPARE(f->panel->width(), 544);
     QVERIFY(!f->panel->mask().isEmpty());
@@ -435,56 +298,6 @@ void TestFloatingPanelX11::cardGrowsInsideAStillWindow()
     QCOMPARE(resized.count(), 0);
     QCOMPARE(moved.count(), 0);
     QCOMPARE(f->panel->geometry(), window);
-}
-
-void TestFloatingPanelX11::marginLetsClicksThrough()
-{
-    startProcess(m_compositor, QStringLiteral("xcompmgr"), {});
-    QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
-    QVERIFY(f->showAndFocus());
-    QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
-    // Another application's window under the panel's left margin.
-    const QRect card = QRect(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()),
-                             f->panel->cardGeometry().size().toSize());
-    const QRect below(card.left() - 150, card.top(), 140, 200);
-    QVERIFY(f->panel->geometry().contains(below));
-    const xcb_window_t other = m_x.createWindowBelowAll(below);
-
-    QVERIFY(pointer(below.center(), 1));
-    QTRY_COMPARE(m_x.clicks(other), 1);
-    // The card and its buttons still take their clicks.
-    QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
-    QVERIFY(pointer(onScreen("closeButton"), 1));
-    QTRY_COMPARE(closing.count(), 1);
-    QCOMPARE(m_x.clicks(other), 1);
-
-    m_compositor.terminate();
-    QVERIFY(m_compositor.waitForFinished(3000));
-    QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
-}
-
-void TestFloatingPanelX11::preferencesComeOverThePanel()
-{
-    QVERIFY(f->showAndFocus());
-    QWindow preferences;
-    preferences.resize(400, 300);
-    f->panel->stepBack();
-    preferences.show();
-    preferences.requestActivate();
-    QVERIFY(QTest::qWaitForWindowExposed(&preferences));
-    const auto over = [&] {
-        const auto order = m_x.stacking();
-        return order.indexOf(static_cast<uint32_t>(preferences.winId())) >
-               order.indexOf(panelWindow());
-    };
-    QTRY_VERIFY(over());
-    QTRY_VERIFY(!m_x.property(panelWindow(), "_NET_WM_STATE", XCB_ATOM_ATOM)
-                     .contains(m_x.atom("_NET_WM_STATE_ABOVE")));
-    // The next trigger puts the panel above everything again.
-    QVERIFY(f->showAndFocus());
-    QTRY_VERIFY(!over());
-    QVERIFY(m_x.property(panelWindow(), "_NET_WM_STATE", XCB_ATOM_ATOM)
-                .contains(m_x.atom("_NET_WM_STATE_ABOVE")));
 }
 
 void TestFloatingPanelX11::stripStartsAtItsFirstChipAndTurnsWithTheWheel()
@@ -565,9 +378,7 @@ void TestFloatingPanelX11::selectionCopiesAcrossRuns()
     QStringList lines;
     QMetaObject::invokeMethod(text, "lines", Q_RETURN_ARG(QStringList, lines));
     QVERIFY(lines.size() > 24);
-    const auto key = [](const char* name) {
-        return run(QStringLiteral("xdotool"), {QStringLiteral("key"), QLatin1String(name)});
-    };
+    const auto key = [](const char* name) { return DesktopSession::key(QLatin1String(name)); };
     QClipboard* clipboard = QGuiApplication::clipboard();
 
     // From the start, twenty lines down by keyboard: the lines of two runs and part of a third.
@@ -581,17 +392,17 @@ void TestFloatingPanelX11::selectionCopiesAcrossRuns()
     clipboard->setText(QStringLiteral("before"));
     QVERIFY(key("ctrl+c"));
     QTRY_COMPARE(clipboard->text(), lines.mid(0, 20).join(QString()));
-    QCOMPARE(m_copies, 0);
+    QVERIFY(m_events.isEmpty());
 
     // Dragged with the mouse over the box, the selection copies as it stands in the answer.
     const QPoint box = onScreen("answerBox");
     const int half = int(f->item("answerBox")->height() / 2) - 4;
-    QVERIFY(run(QStringLiteral("xdotool"),
-                {QStringLiteral("mousemove"), QString::number(box.x() - 200),
-                 QString::number(box.y() - half), QStringLiteral("mousedown"), QStringLiteral("1"),
-                 QStringLiteral("mousemove"), QString::number(box.x()), QString::number(box.y()),
-                 QStringLiteral("mousemove"), QString::number(box.x() + 100),
-                 QString::number(box.y() + half), QStringLiteral("mouseup"), QStringLiteral("1")}));
+    QVERIFY(DesktopSession::xdotool(
+        {QStringLiteral("mousemove"), QString::number(box.x() - 200),
+         QString::number(box.y() - half), QStringLiteral("mousedown"), QStringLiteral("1"),
+         QStringLiteral("mousemove"), QString::number(box.x()), QString::number(box.y()),
+         QStringLiteral("mousemove"), QString::number(box.x() + 100),
+         QString::number(box.y() + half), QStringLiteral("mouseup"), QStringLiteral("1")}));
     QTRY_VERIFY(text->property("selectedText").toString().size() > 40);
     const int start = text->property("selectionStart").toInt();
     const int end = text->property("selectionEnd").toInt();
@@ -602,13 +413,13 @@ void TestFloatingPanelX11::selectionCopiesAcrossRuns()
     QVERIFY(key("ctrl+a"));
     QVERIFY(key("ctrl+c"));
     QTRY_COMPARE(clipboard->text(), answer);
-    QCOMPARE(m_copies, 0);
+    QVERIFY(m_events.isEmpty());
 
     // A click takes the selection away; Ctrl+C then copies the answer and closes.
     QVERIFY(pointer(onScreen("answerBox"), 1));
     QTRY_COMPARE(text->property("selectedText").toString(), QString());
     QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(m_copies, 1);
+    QTRY_COMPARE(m_events, QStringList{QStringLiteral("copy")});
 }
 
 void TestFloatingPanelX11::textIsDrawnInsideItsBox_data()
@@ -644,7 +455,11 @@ void TestFloatingPanelX11::textIsDrawnInsideItsBox()
     const QImage shown = f->panel->grabWindow();
 
     f->state->setClipboardText(QStringLiteral("Copied somewhere"));
-    QTRY_COMPARE(drawnOutside(shown, f->panel->grabWindow(), sceneRect("clipboardBox")), QString());
+    const auto drawnInside = [this](const QImage& before, const QRect& box) {
+        const QRect changed = changedArea(before, f->panel->grabWindow());
+        return !changed.isEmpty() && box.contains(changed);
+    };
+    QTRY_VERIFY(drawnInside(shown, f->sceneRect("clipboardBox")));
     const QImage copied = f->panel->grabWindow();
 
     QQuickItem* flick = f->item("answerFlick");
@@ -653,9 +468,7 @@ void TestFloatingPanelX11::textIsDrawnInsideItsBox()
     }
     QTRY_COMPARE(flick->property("contentY").toReal(),
                  std::max(0.0, flick->property("contentHeight").toReal() - flick->height()));
-    QCOMPARE(drawnOutside(copied, f->panel->grabWindow(),
-                          sceneRect("answerBox") | sceneRect("copyButton")),
-             QString());
+    QVERIFY(drawnInside(copied, f->sceneRect("answerBox") | f->sceneRect("copyButton")));
 }
 
 QTEST_MAIN(TestFloatingPanelX11)
