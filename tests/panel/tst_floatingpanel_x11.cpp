@@ -108,19 +108,327 @@ class TestFloatingPanelX11 : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase()
+    {
+        QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+        QVERIFY(!QStandardPaths::findExecutable(QStringLiteral("xcompmgr")).isEmpty());
+        QVERIFY(m_desktop.startWindowManager());
+        m_compositor.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    }
     void cleanupTestCase() { stopCompositor(); }
-    void init();
+    void init()
+    {
+        f = std::make_unique<PanelFixture>();
+        m_events.clear();
+        f->panel->onNumberKeyPressed = [this](int n) { m_events << QString::number(n); };
+        f->panel->onEnterPressed = [this] { m_events << QStringLiteral("enter"); };
+        f->panel->onCopyResultAndClose = [this] { m_events << QStringLiteral("copy"); };
+        f->state->setClipboardText(QStringLiteral("Copied elsewhere"));
+    }
     void cleanup() { f.reset(); }
-    void isAFloatingPanelOnEveryWorkspaceBehindPreferences();
-    void takesTheFocusFromAnotherApplicationAndRoutesTypedKeys();
-    void shadowMarginFollowsTheCompositorAndLetsClicksThrough();
-    void cardGrowsInsideAStillWindow();
-    void stripStartsAtItsFirstChipAndTurnsWithTheWheel();
-    void answerFollowsTheStreamUntilScrolledUp();
-    void selectionCopiesAcrossRuns();
-    void textIsDrawnInsideItsBox_data();
-    void textIsDrawnInsideItsBox();
+    void isAFloatingPanelOnEveryWorkspaceBehindPreferences()
+    {
+        QVERIFY(f->showAndFocus());
+        const WId window = f->panel->winId();
+        QVERIFY(xprop(window, "_NET_WM_NAME").contains(QStringLiteral("\"Ravelo\"")));
+        // Openbox keeps "on every desktop" in _NET_WM_DESKTOP alone and drops the sticky state.
+        for (const char* state :
+             {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"}) {
+            QVERIFY2(hasState(state), state);
+        }
+        QVERIFY(xprop(window, "_NET_WM_DESKTOP").contains(QStringLiteral("= 4294967295")));
+        QVERIFY(xprop(window, "_NET_WM_WINDOW_TYPE").contains(QStringLiteral("_UTILITY")));
+
+        // The preferences come over the panel; the next trigger puts the panel above them again.
+        QWindow preferences;
+        preferences.resize(400, 300);
+        f->panel->stepBack();
+        preferences.show();
+        preferences.requestActivate();
+        QVERIFY(QTest::qWaitForWindowExposed(&preferences));
+        const auto over = [&] {
+            const QStringList order = rootWindows("_NET_CLIENT_LIST_STACKING");
+            return order.indexOf(hex(preferences.winId())) > order.indexOf(hex(window));
+        };
+        QTRY_VERIFY(over());
+        QTRY_VERIFY(!hasState("_NET_WM_STATE_ABOVE"));
+        QVERIFY(f->showAndFocus());
+        QTRY_VERIFY(!over());
+        QVERIFY(hasState("_NET_WM_STATE_ABOVE"));
+
+        // Closed and shown again, it is marked the same way.
+        f->panel->close();
+        QTRY_VERIFY(!hasState("_NET_WM_STATE_SKIP_PAGER"));
+        QVERIFY(f->showAndFocus());
+        QTRY_VERIFY(hasState("_NET_WM_STATE_SKIP_TASKBAR") && hasState("_NET_WM_STATE_SKIP_PAGER"));
+    }
+    void takesTheFocusFromAnotherApplicationAndRoutesTypedKeys()
+    {
+        XTestKeyboard other;
+        const xcb_window_t window = other.createFocusedWindow();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            DesktopSession::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
+                                     QString::number(window)}),
+            5000);
+        QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(window)});
+        f->panel->centerAndShow();
+        QTRY_VERIFY_WITH_TIMEOUT(f->panel->isActive(), 5000);
+        QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(f->panel->winId())});
+
+        for (const char* key : {"4", "0", "alt+3", "KP_Enter", "ctrl+c"}) {
+            QVERIFY(DesktopSession::key(QLatin1String(key)));
+        }
+        QTRY_COMPARE(m_events, (QStringList{QStringLiteral("4"), QStringLiteral("enter"),
+                                            QStringLiteral("copy")}));
+
+        f->state->setShowCustomPromptInput(true);
+        QTRY_VERIFY(f->item("customField")->hasActiveFocus());
+        QVERIFY(DesktopSession::key(QStringLiteral("7")));
+        QTRY_COMPARE(f->state->customPromptText(), QStringLiteral("7"));
+        QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
+        QTRY_VERIFY(!f->state->showCustomPromptInput());
+        QVERIFY(f->panel->isVisible());
+        QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
+        QTRY_VERIFY(!f->panel->isVisible());
+        QCOMPARE(m_events.size(), 3);
+    }
+    void shadowMarginFollowsTheCompositorAndLetsClicksThrough()
+    {
+        QVERIFY(f->showAndFocus());
+        QVERIFY(!f->panel->hasShadowMargin());
+        QCOMPARE(f->panel->width(), 544);
+        // Without a compositor the window is cut to the card: its rounded corners are outside.
+        QVERIFY(!f->panel->mask().contains(QPoint(2, 2)));
+        QVERIFY(f->panel->mask().contains(QPoint(272, 100)));
+        // Translucent windows need a visual with alpha, whichever renderer draws them.
+        QVERIFY(output(QStringLiteral("xwininfo"),
+                       {QStringLiteral("-id"), QString::number(f->panel->winId())})
+                    .contains(QStringLiteral("Depth: 32")));
+        QTRY_COMPARE(
+            drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), false),
+            QString());
+        const QPoint cardOnScreen =
+            f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint());
+
+        m_compositor.start(QStringLiteral("xcompmgr"), QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
+        QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
+        QVERIFY(f->panel->mask().isEmpty());
+        QCOMPARE(f->panel->cardGeometry().topLeft(),
+                 QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
+        QTRY_COMPARE(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()),
+                     cardOnScreen);
+        QTRY_COMPARE(
+            drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), true),
+            QString());
+
+        // A window under the panel's left margin hears the clicks there; the card keeps its own.
+        const QRect card(cardOnScreen, f->panel->cardGeometry().size().toSize());
+        ClickCounter below;
+        below.setFlags(Qt::X11BypassWindowManagerHint | Qt::FramelessWindowHint);
+        below.setGeometry(card.left() - 150, card.top(), 140, 200);
+        QVERIFY(f->panel->geometry().contains(below.geometry()));
+        below.show();
+        below.lower();
+        QVERIFY(QTest::qWaitForWindowExposed(&below));
+        QVERIFY(pointer(below.geometry().center(), 1));
+        QTRY_COMPARE(below.clicks, 1);
+        QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
+        QVERIFY(pointer(onScreen("closeButton"), 1));
+        QTRY_COMPARE(closing.count(), 1);
+        QCOMPARE(below.clicks, 1);
+
+        stopCompositor();
+        QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
+        QTRY_COMPARE(f->panel->width(), 544);
+        QVERIFY(!f->panel->mask().isEmpty());
+    }
+    void cardGrowsInsideAStillWindow()
+    {
+        QVERIFY(f->showAndFocus());
+        const QRect window = f->panel->geometry();
+        QSignalSpy moved(f->panel.get(), &QWindow::yChanged);
+        QSignalSpy resized(f->panel.get(), &QWindow::heightChanged);
+        const qreal cardTop = f->panel->cardGeometry().top();
+
+        f->state->setClipboardText(QStringLiteral("A long line of copied text. ").repeated(40));
+        QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
+        QTRY_COMPARE(f->item("answerBox")->height(), 250.0);
+        f->state->setClipboardText(QStringLiteral("short"));
+        QTRY_VERIFY(f->item("clipboardBox")->height() < 80);
+        QTRY_COMPARE(f->item("answerBox")->height(), 80.0);
+        // The card's top edge stays; neither the native window nor its place changed once.
+        QCOMPARE(f->panel->cardGeometry().top(), cardTop);
+        QCOMPARE(resized.count(), 0);
+        QCOMPARE(moved.count(), 0);
+        QCOMPARE(f->panel->geometry(), window);
+    }
+    void stripStartsAtItsFirstChipAndTurnsWithTheWheel()
+    {
+        QList<Prompt> prompts = f->state->prompts();
+        for (int n = 4; n < 10; ++n) {
+            prompts << Prompt::create(n, QStringLiteral("Prompt number %1").arg(n), QString());
+        }
+        f->state->setPrompts(prompts);
+        QVERIFY(f->showAndFocus());
+        QQuickItem* strip = f->item("promptStrip");
+        QTRY_COMPARE(strip->property("contentX").toReal(), 0.0);
+
+        QVERIFY(pointer(onScreen("promptStrip"), 5));
+        QTRY_VERIFY(strip->property("contentX").toReal() > 0);
+        QVERIFY(pointer(onScreen("promptStrip"), 5, 20));
+        const qreal end = strip->property("contentWidth").toReal() - strip->width();
+        QTRY_COMPARE(strip->property("contentX").toReal(), end);
+        QVERIFY(pointer(onScreen("promptStrip"), 4));
+        QTRY_VERIFY(strip->property("contentX").toReal() < end);
+
+        f->panel->close();
+        QVERIFY(f->showAndFocus());
+        QCOMPARE(strip->property("contentX").toReal(), 0.0);
+    }
+    void answerFollowsTheStreamUntilScrolledUp()
+    {
+        QVERIFY(f->showAndFocus());
+        QQuickItem* flick = f->item("answerFlick");
+        const auto atEnd = [flick] {
+            const qreal end = flick->property("contentHeight").toReal() - flick->height();
+            return end > 0 && qAbs(flick->property("contentY").toReal() - end) < 1;
+        };
+        f->state->setIsLoading(true);
+        for (int i = 1; i <= 40; ++i) {
+            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+        }
+        QTRY_VERIFY(atEnd());
+
+        // The user scrolls up: the box stays where the user put it while more arrives.
+        QVERIFY(pointer(onScreen("answerBox"), 4, 3));
+        QTRY_VERIFY(!atEnd() && !flick->property("moving").toBool());
+        const qreal kept = flick->property("contentY").toReal();
+        const qreal grown = flick->property("contentHeight").toReal();
+        for (int i = 41; i <= 60; ++i) {
+            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+        }
+        QTRY_VERIFY(flick->property("contentHeight").toReal() > grown + 400);
+        QCOMPARE(flick->property("contentY").toReal(), kept);
+
+        // Back at the end, it follows again.
+        QTRY_VERIFY_WITH_TIMEOUT(pointer(onScreen("answerBox"), 5, 10) && atEnd(), 20000);
+        QTRY_VERIFY(!flick->property("moving").toBool());
+        const qreal before = flick->property("contentHeight").toReal();
+        for (int i = 61; i <= 80; ++i) {
+            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+        }
+        QTRY_VERIFY(flick->property("contentHeight").toReal() > before + 400 && atEnd());
+        f->state->setIsLoading(false);
+    }
+    void selectionCopiesAcrossRuns()
+    {
+        QVERIFY(f->showAndFocus());
+        QString answer;
+        for (int i = 1; i <= 40; ++i) {
+            answer += QStringLiteral("Sentence %1 of a long first paragraph that wraps. ").arg(i);
+        }
+        answer += QStringLiteral("\nA second paragraph.\n\nAnd a third.");
+        f->state->setIsLoading(true);
+        for (qsizetype at = 0; at < answer.size(); at += 17) {
+            f->state->appendResultText(answer.mid(at, 17));
+        }
+        f->state->setIsLoading(false);
+        QQuickItem* text = f->item("answerText");
+        QTRY_COMPARE(text->property("text").toString(), answer);
+        QStringList lines;
+        QMetaObject::invokeMethod(text, "lines", Q_RETURN_ARG(QStringList, lines));
+        QVERIFY(lines.size() > 24);
+        const auto key = [](const char* name) { return DesktopSession::key(QLatin1String(name)); };
+        QClipboard* clipboard = QGuiApplication::clipboard();
+
+        // From the start, twenty lines down by keyboard: the lines of two runs and part of a third.
+        QVERIFY(pointer(onScreen("answerBox"), 1));
+        QTRY_VERIFY(text->hasActiveFocus());
+        QVERIFY(key("ctrl+Home"));
+        for (int i = 0; i < 20; ++i) {
+            QVERIFY(key("shift+Down"));
+        }
+        QTRY_COMPARE(text->property("selectedText").toString(), lines.mid(0, 20).join(QString()));
+        clipboard->setText(QStringLiteral("before"));
+        QVERIFY(key("ctrl+c"));
+        QTRY_COMPARE(clipboard->text(), lines.mid(0, 20).join(QString()));
+        QVERIFY(m_events.isEmpty());
+
+        // Dragged with the mouse over the box, the selection copies as it stands in the answer.
+        const QPoint box = onScreen("answerBox");
+        const int half = int(f->item("answerBox")->height() / 2) - 4;
+        QVERIFY(DesktopSession::xdotool(
+            {QStringLiteral("mousemove"), QString::number(box.x() - 200),
+             QString::number(box.y() - half), QStringLiteral("mousedown"), QStringLiteral("1"),
+             QStringLiteral("mousemove"), QString::number(box.x()), QString::number(box.y()),
+             QStringLiteral("mousemove"), QString::number(box.x() + 100),
+             QString::number(box.y() + half), QStringLiteral("mouseup"), QStringLiteral("1")}));
+        QTRY_VERIFY(text->property("selectedText").toString().size() > 40);
+        const int start = text->property("selectionStart").toInt();
+        const int end = text->property("selectionEnd").toInt();
+        QVERIFY(key("ctrl+c"));
+        QTRY_COMPARE(clipboard->text(), answer.mid(start, end - start));
+
+        // Everything, with its paragraph breaks.
+        QVERIFY(key("ctrl+a"));
+        QVERIFY(key("ctrl+c"));
+        QTRY_COMPARE(clipboard->text(), answer);
+        QVERIFY(m_events.isEmpty());
+
+        // A click takes the selection away; Ctrl+C then copies the answer and closes.
+        QVERIFY(pointer(onScreen("answerBox"), 1));
+        QTRY_COMPARE(text->property("selectedText").toString(), QString());
+        QVERIFY(key("ctrl+c"));
+        QTRY_COMPARE(m_events, QStringList{QStringLiteral("copy")});
+    }
+    void textIsDrawnInsideItsBox_data()
+    {
+        QTest::addColumn<bool>("shownBefore");
+        QTest::addColumn<int>("lines");
+        QTest::newRow("first show") << false << 3;
+        QTest::newRow("shown again") << true << 3;
+        QTest::newRow("long answer, scrolled to its end") << true << 60;
+    }
+    // Text arriving after the panel's first frame changes the pixels of its own box and nowhere
+    // else, however the panel was shown before.
+    void textIsDrawnInsideItsBox()
+    {
+        QFETCH(bool, shownBefore);
+        QFETCH(int, lines);
+        QCOMPARE(f->panel->devicePixelRatio(), 1.0);
+        if (shownBefore) {
+            QVERIFY(f->showAndFocus());
+            f->state->appendResultText(QStringLiteral("An earlier answer"));
+            QTRY_COMPARE(f->item("answerText")->property("text").toString(),
+                         QStringLiteral("An earlier answer"));
+            f->panel->close();
+            QTRY_VERIFY(!f->panel->isVisible());
+            f->state->setResultText(QString());
+            // Copied anew while the panel is hidden, as long as before.
+            f->state->setClipboardText(QStringLiteral("Copied otherwise"));
+        }
+        QVERIFY(f->showAndFocus());
+        QTRY_COMPARE(f->item("clipboardBox")->height(),
+                     f->item("clipboardBox")->property("measuredHeight").toReal());
+        const QImage shown = f->panel->grabWindow();
+
+        f->state->setClipboardText(QStringLiteral("Copied somewhere"));
+        const auto drawnInside = [this](const QImage& before, const QRect& box) {
+            const QRect changed = changedArea(before, f->panel->grabWindow());
+            return !changed.isEmpty() && box.contains(changed);
+        };
+        QTRY_VERIFY(drawnInside(shown, f->sceneRect("clipboardBox")));
+        const QImage copied = f->panel->grabWindow();
+
+        QQuickItem* flick = f->item("answerFlick");
+        for (int i = 1; i <= lines; ++i) {
+            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+        }
+        QTRY_COMPARE(flick->property("contentY").toReal(),
+                     std::max(0.0, flick->property("contentHeight").toReal() - flick->height()));
+        QVERIFY(drawnInside(copied, f->sceneRect("answerBox") | f->sceneRect("copyButton")));
+    }
 
 private:
     QPoint onScreen(const char* name) const
@@ -142,334 +450,6 @@ private:
     std::unique_ptr<PanelFixture> f;
     QStringList m_events; // what the panel asked its owner to do, in order
 };
-
-void TestFloatingPanelX11::initTestCase()
-{
-    QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
-    QVERIFY(!QStandardPaths::findExecutable(QStringLiteral("xcompmgr")).isEmpty());
-    QVERIFY(m_desktop.startWindowManager());
-    m_compositor.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-}
-
-void TestFloatingPanelX11::init()
-{
-    f = std::make_unique<PanelFixture>();
-    m_events.clear();
-    f->panel->onNumberKeyPressed = [this](int n) { m_events << QString::number(n); };
-    f->panel->onEnterPressed = [this] { m_events << QStringLiteral("enter"); };
-    f->panel->onCopyResultAndClose = [this] { m_events << QStringLiteral("copy"); };
-    f->state->setClipboardText(QStringLiteral("Copied elsewhere"));
-}
-
-void TestFloatingPanelX11::isAFloatingPanelOnEveryWorkspaceBehindPreferences()
-{
-    QVERIFY(f->showAndFocus());
-    const WId window = f->panel->winId();
-    QVERIFY(xprop(window, "_NET_WM_NAME").contains(QStringLiteral("\"Ravelo\"")));
-    // Openbox keeps "on every desktop" in _NET_WM_DESKTOP alone and drops the sticky state.
-    for (const char* state :
-         {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER", "_NET_WM_STATE_ABOVE"}) {
-        QVERIFY2(hasState(state), state);
-    }
-    QVERIFY(xprop(window, "_NET_WM_DESKTOP").contains(QStringLiteral("= 4294967295")));
-    QVERIFY(xprop(window, "_NET_WM_WINDOW_TYPE").contains(QStringLiteral("_UTILITY")));
-
-    // The preferences come over the panel; the next trigger puts the panel above them again.
-    QWindow preferences;
-    preferences.resize(400, 300);
-    f->panel->stepBack();
-    preferences.show();
-    preferences.requestActivate();
-    QVERIFY(QTest::qWaitForWindowExposed(&preferences));
-    const auto over = [&] {
-        const QStringList order = rootWindows("_NET_CLIENT_LIST_STACKING");
-        return order.indexOf(hex(preferences.winId())) > order.indexOf(hex(window));
-    };
-    QTRY_VERIFY(over());
-    QTRY_VERIFY(!hasState("_NET_WM_STATE_ABOVE"));
-    QVERIFY(f->showAndFocus());
-    QTRY_VERIFY(!over());
-    QVERIFY(hasState("_NET_WM_STATE_ABOVE"));
-
-    // Closed and shown again, it is marked the same way.
-    f->panel->close();
-    QTRY_VERIFY(!hasState("_NET_WM_STATE_SKIP_PAGER"));
-    QVERIFY(f->showAndFocus());
-    QTRY_VERIFY(hasState("_NET_WM_STATE_SKIP_TASKBAR") && hasState("_NET_WM_STATE_SKIP_PAGER"));
-}
-
-void TestFloatingPanelX11::takesTheFocusFromAnotherApplicationAndRoutesTypedKeys()
-{
-    XTestKeyboard other;
-    const xcb_window_t window = other.createFocusedWindow();
-    QTRY_VERIFY_WITH_TIMEOUT(
-        DesktopSession::xdotool(
-            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)}),
-        5000);
-    QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(window)});
-    f->panel->centerAndShow();
-    QTRY_VERIFY_WITH_TIMEOUT(f->panel->isActive(), 5000);
-    QTRY_COMPARE(rootWindows("_NET_ACTIVE_WINDOW"), QStringList{hex(f->panel->winId())});
-
-    for (const char* key : {"4", "0", "alt+3", "KP_Enter", "ctrl+c"}) {
-        QVERIFY(DesktopSession::key(QLatin1String(key)));
-    }
-    QTRY_COMPARE(m_events, (QStringList{QStringLiteral("4"), QStringLiteral("enter"),
-                                        QStringLiteral("copy")}));
-
-    f->state->setShowCustomPromptInput(true);
-    QTRY_VERIFY(f->item("customField")->hasActiveFocus());
-    QVERIFY(DesktopSession::key(QStringLiteral("7")));
-    QTRY_COMPARE(f->state->customPromptText(), QStringLiteral("7"));
-    QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
-    QTRY_VERIFY(!f->state->showCustomPromptInput());
-    QVERIFY(f->panel->isVisible());
-    QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
-    QTRY_VERIFY(!f->panel->isVisible());
-    QCOMPARE(m_events.size(), 3);
-}
-
-void TestFloatingPanelX11::shadowMarginFollowsTheCompositorAndLetsClicksThrough()
-{
-    QVERIFY(f->showAndFocus());
-    QVERIFY(!f->panel->hasShadowMargin());
-    QCOMPARE(f->panel->width(), 544);
-    // Without a compositor the window is cut to the card: its rounded corners are outside.
-    QVERIFY(!f->panel->mask().contains(QPoint(2, 2)));
-    QVERIFY(f->panel->mask().contains(QPoint(272, 100)));
-    // Translucent windows need a visual with alpha, whichever renderer draws them.
-    QVERIFY(output(QStringLiteral("xwininfo"),
-                   {QStringLiteral("-id"), QString::number(f->panel->winId())})
-                .contains(QStringLiteral("Depth: 32")));
-    QTRY_COMPARE(
-        drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), false),
-        QString());
-    const QPoint cardOnScreen = f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint());
-
-    m_compositor.start(QStringLiteral("xcompmgr"), QStringList());
-    QTRY_VERIFY_WITH_TIMEOUT(f->panel->hasShadowMargin(), 5000);
-    QTRY_COMPARE(f->panel->width(), 544 + 2 * FloatingPanel::shadowMargin);
-    QVERIFY(f->panel->mask().isEmpty());
-    QCOMPARE(f->panel->cardGeometry().topLeft(),
-             QPointF(FloatingPanel::shadowMargin, FloatingPanel::shadowMargin));
-    QTRY_COMPARE(f->panel->mapToGlobal(f->panel->cardGeometry().topLeft().toPoint()), cardOnScreen);
-    QTRY_COMPARE(
-        drawingFault(f->panel->grabWindow(), f->panel->cardGeometry().toAlignedRect(), true),
-        QString());
-
-    // A window under the panel's left margin hears the clicks there; the card keeps its own.
-    const QRect card(cardOnScreen, f->panel->cardGeometry().size().toSize());
-    ClickCounter below;
-    below.setFlags(Qt::X11BypassWindowManagerHint | Qt::FramelessWindowHint);
-    below.setGeometry(card.left() - 150, card.top(), 140, 200);
-    QVERIFY(f->panel->geometry().contains(below.geometry()));
-    below.show();
-    below.lower();
-    QVERIFY(QTest::qWaitForWindowExposed(&below));
-    QVERIFY(pointer(below.geometry().center(), 1));
-    QTRY_COMPARE(below.clicks, 1);
-    QSignalSpy closing(f->panel.get(), &FloatingPanel::closeRequested);
-    QVERIFY(pointer(onScreen("closeButton"), 1));
-    QTRY_COMPARE(closing.count(), 1);
-    QCOMPARE(below.clicks, 1);
-
-    stopCompositor();
-    QTRY_VERIFY_WITH_TIMEOUT(!f->panel->hasShadowMargin(), 5000);
-    QTRY_COMPARE(f->panel->width(), 544);
-    QVERIFY(!f->panel->mask().isEmpty());
-}
-
-void TestFloatingPanelX11::cardGrowsInsideAStillWindow()
-{
-    QVERIFY(f->showAndFocus());
-    const QRect window = f->panel->geometry();
-    QSignalSpy moved(f->panel.get(), &QWindow::yChanged);
-    QSignalSpy resized(f->panel.get(), &QWindow::heightChanged);
-    const qreal cardTop = f->panel->cardGeometry().top();
-
-    f->state->setClipboardText(QStringLiteral("A long line of copied text. ").repeated(40));
-    QTRY_COMPARE(f->item("clipboardBox")->height(), 250.0);
-    QTRY_COMPARE(f->item("answerBox")->height(), 250.0);
-    f->state->setClipboardText(QStringLiteral("short"));
-    QTRY_VERIFY(f->item("clipboardBox")->height() < 80);
-    QTRY_COMPARE(f->item("answerBox")->height(), 80.0);
-    // The card's top edge stays; neither the native window nor its place changed once.
-    QCOMPARE(f->panel->cardGeometry().top(), cardTop);
-    QCOMPARE(resized.count(), 0);
-    QCOMPARE(moved.count(), 0);
-    QCOMPARE(f->panel->geometry(), window);
-}
-
-void TestFloatingPanelX11::stripStartsAtItsFirstChipAndTurnsWithTheWheel()
-{
-    QList<Prompt> prompts = f->state->prompts();
-    for (int n = 4; n < 10; ++n) {
-        prompts << Prompt::create(n, QStringLiteral("Prompt number %1").arg(n), QString());
-    }
-    f->state->setPrompts(prompts);
-    QVERIFY(f->showAndFocus());
-    QQuickItem* strip = f->item("promptStrip");
-    QTRY_COMPARE(strip->property("contentX").toReal(), 0.0);
-
-    QVERIFY(pointer(onScreen("promptStrip"), 5));
-    QTRY_VERIFY(strip->property("contentX").toReal() > 0);
-    QVERIFY(pointer(onScreen("promptStrip"), 5, 20));
-    const qreal end = strip->property("contentWidth").toReal() - strip->width();
-    QTRY_COMPARE(strip->property("contentX").toReal(), end);
-    QVERIFY(pointer(onScreen("promptStrip"), 4));
-    QTRY_VERIFY(strip->property("contentX").toReal() < end);
-
-    f->panel->close();
-    QVERIFY(f->showAndFocus());
-    QCOMPARE(strip->property("contentX").toReal(), 0.0);
-}
-
-void TestFloatingPanelX11::answerFollowsTheStreamUntilScrolledUp()
-{
-    QVERIFY(f->showAndFocus());
-    QQuickItem* flick = f->item("answerFlick");
-    const auto atEnd = [flick] {
-        const qreal end = flick->property("contentHeight").toReal() - flick->height();
-        return end > 0 && qAbs(flick->property("contentY").toReal() - end) < 1;
-    };
-    f->state->setIsLoading(true);
-    for (int i = 1; i <= 40; ++i) {
-        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-    }
-    QTRY_VERIFY(atEnd());
-
-    // The user scrolls up: the box stays where the user put it while more arrives.
-    QVERIFY(pointer(onScreen("answerBox"), 4, 3));
-    QTRY_VERIFY(!atEnd() && !flick->property("moving").toBool());
-    const qreal kept = flick->property("contentY").toReal();
-    const qreal grown = flick->property("contentHeight").toReal();
-    for (int i = 41; i <= 60; ++i) {
-        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-    }
-    QTRY_VERIFY(flick->property("contentHeight").toReal() > grown + 400);
-    QCOMPARE(flick->property("contentY").toReal(), kept);
-
-    // Back at the end, it follows again.
-    QTRY_VERIFY_WITH_TIMEOUT(pointer(onScreen("answerBox"), 5, 10) && atEnd(), 20000);
-    QTRY_VERIFY(!flick->property("moving").toBool());
-    const qreal before = flick->property("contentHeight").toReal();
-    for (int i = 61; i <= 80; ++i) {
-        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-    }
-    QTRY_VERIFY(flick->property("contentHeight").toReal() > before + 400 && atEnd());
-    f->state->setIsLoading(false);
-}
-
-void TestFloatingPanelX11::selectionCopiesAcrossRuns()
-{
-    QVERIFY(f->showAndFocus());
-    QString answer;
-    for (int i = 1; i <= 40; ++i) {
-        answer += QStringLiteral("Sentence %1 of a long first paragraph that wraps. ").arg(i);
-    }
-    answer += QStringLiteral("\nA second paragraph.\n\nAnd a third.");
-    f->state->setIsLoading(true);
-    for (qsizetype at = 0; at < answer.size(); at += 17) {
-        f->state->appendResultText(answer.mid(at, 17));
-    }
-    f->state->setIsLoading(false);
-    QQuickItem* text = f->item("answerText");
-    QTRY_COMPARE(text->property("text").toString(), answer);
-    QStringList lines;
-    QMetaObject::invokeMethod(text, "lines", Q_RETURN_ARG(QStringList, lines));
-    QVERIFY(lines.size() > 24);
-    const auto key = [](const char* name) { return DesktopSession::key(QLatin1String(name)); };
-    QClipboard* clipboard = QGuiApplication::clipboard();
-
-    // From the start, twenty lines down by keyboard: the lines of two runs and part of a third.
-    QVERIFY(pointer(onScreen("answerBox"), 1));
-    QTRY_VERIFY(text->hasActiveFocus());
-    QVERIFY(key("ctrl+Home"));
-    for (int i = 0; i < 20; ++i) {
-        QVERIFY(key("shift+Down"));
-    }
-    QTRY_COMPARE(text->property("selectedText").toString(), lines.mid(0, 20).join(QString()));
-    clipboard->setText(QStringLiteral("before"));
-    QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(clipboard->text(), lines.mid(0, 20).join(QString()));
-    QVERIFY(m_events.isEmpty());
-
-    // Dragged with the mouse over the box, the selection copies as it stands in the answer.
-    const QPoint box = onScreen("answerBox");
-    const int half = int(f->item("answerBox")->height() / 2) - 4;
-    QVERIFY(DesktopSession::xdotool(
-        {QStringLiteral("mousemove"), QString::number(box.x() - 200),
-         QString::number(box.y() - half), QStringLiteral("mousedown"), QStringLiteral("1"),
-         QStringLiteral("mousemove"), QString::number(box.x()), QString::number(box.y()),
-         QStringLiteral("mousemove"), QString::number(box.x() + 100),
-         QString::number(box.y() + half), QStringLiteral("mouseup"), QStringLiteral("1")}));
-    QTRY_VERIFY(text->property("selectedText").toString().size() > 40);
-    const int start = text->property("selectionStart").toInt();
-    const int end = text->property("selectionEnd").toInt();
-    QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(clipboard->text(), answer.mid(start, end - start));
-
-    // Everything, with its paragraph breaks.
-    QVERIFY(key("ctrl+a"));
-    QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(clipboard->text(), answer);
-    QVERIFY(m_events.isEmpty());
-
-    // A click takes the selection away; Ctrl+C then copies the answer and closes.
-    QVERIFY(pointer(onScreen("answerBox"), 1));
-    QTRY_COMPARE(text->property("selectedText").toString(), QString());
-    QVERIFY(key("ctrl+c"));
-    QTRY_COMPARE(m_events, QStringList{QStringLiteral("copy")});
-}
-
-void TestFloatingPanelX11::textIsDrawnInsideItsBox_data()
-{
-    QTest::addColumn<bool>("shownBefore");
-    QTest::addColumn<int>("lines");
-    QTest::newRow("first show") << false << 3;
-    QTest::newRow("shown again") << true << 3;
-    QTest::newRow("long answer, scrolled to its end") << true << 60;
-}
-
-// Text arriving after the panel's first frame changes the pixels of its own box and nowhere
-// else, however the panel was shown before.
-void TestFloatingPanelX11::textIsDrawnInsideItsBox()
-{
-    QFETCH(bool, shownBefore);
-    QFETCH(int, lines);
-    QCOMPARE(f->panel->devicePixelRatio(), 1.0);
-    if (shownBefore) {
-        QVERIFY(f->showAndFocus());
-        f->state->appendResultText(QStringLiteral("An earlier answer"));
-        QTRY_COMPARE(f->item("answerText")->property("text").toString(),
-                     QStringLiteral("An earlier answer"));
-        f->panel->close();
-        QTRY_VERIFY(!f->panel->isVisible());
-        f->state->setResultText(QString());
-        // Copied anew while the panel is hidden, as long as before.
-        f->state->setClipboardText(QStringLiteral("Copied otherwise"));
-    }
-    QVERIFY(f->showAndFocus());
-    QTRY_COMPARE(f->item("clipboardBox")->height(),
-                 f->item("clipboardBox")->property("measuredHeight").toReal());
-    const QImage shown = f->panel->grabWindow();
-
-    f->state->setClipboardText(QStringLiteral("Copied somewhere"));
-    const auto drawnInside = [this](const QImage& before, const QRect& box) {
-        const QRect changed = changedArea(before, f->panel->grabWindow());
-        return !changed.isEmpty() && box.contains(changed);
-    };
-    QTRY_VERIFY(drawnInside(shown, f->sceneRect("clipboardBox")));
-    const QImage copied = f->panel->grabWindow();
-
-    QQuickItem* flick = f->item("answerFlick");
-    for (int i = 1; i <= lines; ++i) {
-        f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-    }
-    QTRY_COMPARE(flick->property("contentY").toReal(),
-                 std::max(0.0, flick->property("contentHeight").toReal() - flick->height()));
-    QVERIFY(drawnInside(copied, f->sceneRect("answerBox") | f->sceneRect("copyButton")));
-}
 
 QTEST_MAIN(TestFloatingPanelX11)
 #include "tst_floatingpanel_x11.moc"
