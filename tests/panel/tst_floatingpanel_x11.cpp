@@ -294,10 +294,13 @@ private slots:
             const qreal end = flick->property("contentHeight").toReal() - flick->height();
             return end > 0 && qAbs(flick->property("contentY").toReal() - end) < 1;
         };
+        const auto append = [this](int from, int to) {
+            for (int i = from; i <= to; ++i) {
+                f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
+            }
+        };
         f->state->setIsLoading(true);
-        for (int i = 1; i <= 40; ++i) {
-            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-        }
+        append(1, 40);
         QTRY_VERIFY(atEnd());
 
         // The user scrolls up: the box stays where the user put it while more arrives.
@@ -305,9 +308,7 @@ private slots:
         QTRY_VERIFY(!atEnd() && !flick->property("moving").toBool());
         const qreal kept = flick->property("contentY").toReal();
         const qreal grown = flick->property("contentHeight").toReal();
-        for (int i = 41; i <= 60; ++i) {
-            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-        }
+        append(41, 60);
         QTRY_VERIFY(flick->property("contentHeight").toReal() > grown + 400);
         QCOMPARE(flick->property("contentY").toReal(), kept);
 
@@ -315,9 +316,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(pointer(onScreen("answerBox"), 5, 10) && atEnd(), 20000);
         QTRY_VERIFY(!flick->property("moving").toBool());
         const qreal before = flick->property("contentHeight").toReal();
-        for (int i = 61; i <= 80; ++i) {
-            f->state->appendResultText(QStringLiteral("Answer line %1\n").arg(i));
-        }
+        append(61, 80);
         QTRY_VERIFY(flick->property("contentHeight").toReal() > before + 400 && atEnd());
         f->state->setIsLoading(false);
     }
