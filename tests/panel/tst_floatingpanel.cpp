@@ -539,9 +539,11 @@ private slots:
     }
     void drawsTheCardAndItsParts()
     {
+        f->panel->close();
         f->state->setClipboardText(QStringLiteral(
             "The quarterly report is due on Friday. Please make sure all figures are checked twice "
             "and the summary fits on one page."));
+        QVERIFY(f->showAndFocus());
         const QRect strip = f->sceneRect("promptStrip");
         const QColor chipBorder = QColor::fromRgbF(0.35f, 0.35f, 0.35f);
         // The chips' backgrounds are painted once the window's scene graph runs.
