@@ -85,6 +85,11 @@ template<typename T = QQuickItem> T* findItem(QQuickView* view, const char* name
     return items.isEmpty() ? nullptr : qobject_cast<T*>(items.first());
 }
 
+inline QString text(QQuickView* view, const char* name)
+{
+    return findItem(view, name)->property("text").toString();
+}
+
 // Clicks the middle of an item.
 inline void click(QQuickItem* item)
 {

@@ -12,6 +12,26 @@ using namespace Qt::StringLiterals;
 
 Q_DECLARE_METATYPE(StoredHotkey)
 
+namespace {
+
+// An editor over a preference file of its own, with these prompts and hotkeys stored and loaded.
+struct Editor {
+    Editor(const QString& path, const QList<Prompt>& prompts,
+           const PromptHotkeys::Map& hotkeys = {})
+        : store(path)
+    {
+        PromptStore::save(store, prompts);
+        PromptHotkeys::save(store, hotkeys);
+        editor.setPreferences(&store);
+        editor.load(prompts);
+    }
+
+    PreferenceStore store;
+    PromptListEditor editor;
+};
+
+} // namespace
+
 class TestPromptListEditor : public QObject {
     Q_OBJECT
 
@@ -85,10 +105,7 @@ void TestPromptListEditor::movesLikeAListMove()
     QFETCH(int, destination);
     QFETCH(QString, expected);
 
-    PreferenceStore store(m_path);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
-    editor.load(lettered(u"ABCDE"_s));
+    auto [store, editor] = Editor(m_path, lettered(u"ABCDE"_s));
     QSignalSpy committed(&editor, &PromptListEditor::committed);
     editor.movePrompts(rows, destination);
 
@@ -117,14 +134,11 @@ void TestPromptListEditor::addNumbersAfterTheHighest()
     QFETCH(QList<qint64>, numbers);
     QFETCH(qint64, expected);
 
-    PreferenceStore store(m_path);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
     QList<Prompt> prompts;
     for (qint64 number : numbers) {
         prompts.append(Prompt::create(number, u"t"_s, u"s"_s));
     }
-    editor.load(prompts);
+    auto [store, editor] = Editor(m_path, prompts);
     QSignalSpy changed(&store, &PreferenceStore::changed);
     editor.addPrompt();
     QVERIFY(editor.editing());
@@ -145,10 +159,7 @@ void TestPromptListEditor::addNumbersAfterTheHighest()
 
 void TestPromptListEditor::unknownDeleteChangesNothing()
 {
-    PreferenceStore store(m_path);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
-    editor.load(lettered(u"AB"_s));
+    auto [store, editor] = Editor(m_path, lettered(u"AB"_s));
     QSignalSpy changed(&store, &PreferenceStore::changed);
     editor.deletePrompt(QUuid::createUuid().toString(QUuid::WithoutBraces));
     editor.movePrompts({7}, 0);
@@ -218,10 +229,7 @@ constexpr StoredHotkey altSpace{49, 2048};
 
 void TestPromptListEditor::promptHotkeyIsStoredWithThePrompt()
 {
-    PreferenceStore store(m_path);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
-    editor.load(lettered(u"AB"_s));
+    auto [store, editor] = Editor(m_path, lettered(u"AB"_s));
     const QUuid a = editor.prompts().at(0).id;
     const QModelIndex rowA = editor.index(0);
 
@@ -275,17 +283,13 @@ void TestPromptListEditor::promptHotkeyConflicts()
     QFETCH(StoredHotkey, recorded);
     QFETCH(QString, conflict);
 
-    PreferenceStore store(m_path);
+    const QList<Prompt> prompts = lettered(u"AB"_s);
+    auto [store, editor] = Editor(m_path, prompts,
+                                  {{prompts.at(0).id, altSpace},
+                                   {prompts.at(1).id, ctrlShiftJ},
+                                   {QUuid::createUuid(), StoredHotkey{41, 768}}});
     store.setInteger(Preferences::customHotkeyKeyCode, ctrlShiftK.keyCode);
     store.setInteger(Preferences::customHotkeyModifiers, ctrlShiftK.modifiers);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
-    const QList<Prompt> prompts = lettered(u"AB"_s);
-    PromptStore::save(store, prompts);
-    PromptHotkeys::save(store, {{prompts.at(0).id, altSpace},
-                                {prompts.at(1).id, ctrlShiftJ},
-                                {QUuid::createUuid(), StoredHotkey{41, 768}}});
-    editor.load(prompts);
 
     editor.editPrompt(0);
     QCOMPARE(editor.recordHotkey(recorded.keyCode, recorded.modifiers), conflict.isEmpty());
@@ -302,13 +306,9 @@ void TestPromptListEditor::promptHotkeyConflicts()
 
 void TestPromptListEditor::deleteAndResetDropHotkeys()
 {
-    PreferenceStore store(m_path);
-    PromptListEditor editor;
-    editor.setPreferences(&store);
     const QList<Prompt> prompts = lettered(u"ABC"_s);
-    PromptStore::save(store, prompts);
-    PromptHotkeys::save(store, {{prompts.at(0).id, altSpace}, {prompts.at(1).id, ctrlShiftJ}});
-    editor.load(prompts);
+    auto [store, editor] =
+        Editor(m_path, prompts, {{prompts.at(0).id, altSpace}, {prompts.at(1).id, ctrlShiftJ}});
 
     editor.deletePrompt(prompts.at(0).idText());
     QCOMPARE(PromptHotkeys::load(store), (PromptHotkeys::Map{{prompts.at(1).id, ctrlShiftJ}}));

@@ -54,22 +54,10 @@ bool focusIsIn(const QQuickItem* item, const QQuickItem* focus)
     return focus && (focus == item || item->isAncestorOf(focus));
 }
 
-} // namespace
-
-QList<QQuickItem*> operableControls(QQuickWindow* window)
-{
-    QAccessible::setActive(true);
-    QList<QQuickItem*> controls;
-    if (QAccessibleInterface* root = QAccessible::queryAccessibleInterface(window)) {
-        collect(root, controls);
-    }
-    return controls;
-}
-
-QList<QQuickItem*> tabRound(QQuickWindow* window, int maxPresses)
+QList<QQuickItem*> tabRound(QQuickWindow* window)
 {
     QList<QQuickItem*> focused;
-    for (int i = 0; i < maxPresses; ++i) {
+    for (int i = 0; i < 60; ++i) {
         QTest::keyClick(window, Qt::Key_Tab);
         QQuickItem* focus = window->activeFocusItem();
         // Focus scopes (a list) take the focus back to where it was inside them, so the
@@ -82,7 +70,19 @@ QList<QQuickItem*> tabRound(QQuickWindow* window, int maxPresses)
     return {};
 }
 
-QList<QQuickItem*> controlsTabMisses(QQuickWindow* window)
+} // namespace
+
+QList<QQuickItem*> operableControls(QQuickWindow* window)
+{
+    QAccessible::setActive(true);
+    QList<QQuickItem*> controls;
+    if (QAccessibleInterface* root = QAccessible::queryAccessibleInterface(window)) {
+        collect(root, controls);
+    }
+    return controls;
+}
+
+QString tabMisses(QQuickWindow* window)
 {
     const QList<QQuickItem*> round = tabRound(window);
     QList<QQuickItem*> missed = operableControls(window);
@@ -91,12 +91,18 @@ QList<QQuickItem*> controlsTabMisses(QQuickWindow* window)
             return focusIsIn(control, focus);
         });
     });
-    return round.isEmpty() ? operableControls(window) : missed;
+    QStringList names;
+    for (const QQuickItem* item : round.isEmpty() ? operableControls(window) : missed) {
+        names << QString::fromLatin1(item->metaObject()->className()) + u' ' + item->objectName() +
+                     u' ' + item->property("text").toString();
+    }
+    return names.join(QStringLiteral(", "));
 }
 
-bool tabTo(QQuickWindow* window, const QQuickItem* item)
+bool tabTo(QQuickWindow* window, const QString& objectName)
 {
-    for (int i = 0; i < 60; ++i) {
+    const QQuickItem* item = window->contentItem()->findChild<QQuickItem*>(objectName);
+    for (int i = 0; item && i < 60; ++i) {
         if (focusIsIn(item, window->activeFocusItem())) {
             return true;
         }

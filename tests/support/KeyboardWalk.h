@@ -14,14 +14,12 @@ namespace KeyboardWalk {
 /// inside a drop-down, a tab bar or a list is left out: they take the focus as one.
 QList<QQuickItem*> operableControls(QQuickWindow* window);
 
-/// Presses Tab until the focus comes back to an item it has had; every item that had the
-/// focus on the way, in order. Empty when the focus never came round.
-QList<QQuickItem*> tabRound(QQuickWindow* window, int maxPresses = 60);
+/// The operable controls that a round of Tab never focuses, neither themselves nor inside,
+/// by class, name and text: empty when Tab reaches them all.
+QString tabMisses(QQuickWindow* window);
 
-/// The operable controls that a round of Tab never focuses, neither themselves nor inside.
-QList<QQuickItem*> controlsTabMisses(QQuickWindow* window);
-
-/// Presses Tab until `item` or something inside it has the focus; false after a round.
-bool tabTo(QQuickWindow* window, const QQuickItem* item);
+/// Presses Tab until the item of that object name or something inside it has the focus; false
+/// after a round.
+bool tabTo(QQuickWindow* window, const QString& objectName);
 
 } // namespace KeyboardWalk
