@@ -116,6 +116,12 @@ std::function<bool(const Node&)> named(const QString& role, const QString& name)
 
 } // namespace
 
+#define VERIFY_NAMED(window)                                                                       \
+    do {                                                                                           \
+        const QStringList faults = namingFaults(window);                                           \
+        QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));                                \
+    } while (false)
+
 class TestAccessibility : public QObject {
     Q_OBJECT
 
@@ -206,8 +212,7 @@ void TestAccessibility::walkthroughPages()
         !(walkthrough = showingWindowWith(named(u"push button"_s, u"Continue"_s))).isEmpty(),
         20000);
     QTRY_VERIFY_WITH_TIMEOUT(hasTheKeyboard(m_app.process()->processId(), QString()), 10000);
-    QStringList faults = namingFaults(walkthrough);
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(walkthrough);
     QVERIFY(!findAll(walkthrough, named(u"link"_s, u"Get your API key from platform.openai.com"_s))
                  .isEmpty());
 
@@ -222,8 +227,7 @@ void TestAccessibility::walkthroughPages()
     QVERIFY(DesktopSession::key(u"Down"_s));
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(named(u"text"_s, u"Server address"_s)), 10000);
     walkthrough = showingWindowWith(named(u"text"_s, u"Server address"_s));
-    faults = namingFaults(walkthrough);
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(walkthrough);
 
     // Runs in the panel go to the test's server.
     QVERIFY(DesktopSession::key(u"Tab"_s));
@@ -260,8 +264,7 @@ void TestAccessibility::panel()
     const auto saveButton = named(u"push button"_s, u"save prompt?"_s);
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(saveButton), 10000);
     const Node panel = showingWindowWith(saveButton);
-    const QStringList faults = namingFaults(panel);
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(panel);
 
     QVERIFY(DesktopSession::key(u"ctrl+s"_s));
     QTRY_VERIFY_WITH_TIMEOUT(!showsNode(saveButton), 10000);
@@ -279,8 +282,7 @@ void TestAccessibility::preferencesTabs()
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(general), 10000);
     const Node window = showingWindowWith(general);
     QCOMPARE(window[u"name"_s].toString(), u"Ravelo Preferences"_s);
-    QStringList faults = namingFaults(window);
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(window);
 
     const auto promptList = named(u"list"_s, u"Prompts"_s);
     QVERIFY(DesktopSession::key(u"ctrl+Tab"_s));
@@ -291,8 +293,7 @@ void TestAccessibility::preferencesTabs()
         showsNode([&promptList](const Node& node) { return promptList(node) && isFocused(node); }),
         10000);
     Node tab = showingWindowWith(promptList);
-    faults = namingFaults(tab);
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(tab);
     // The three default prompts and the one saved from the panel.
     QCOMPARE(findAll(tab,
                      [](const Node& n) {
@@ -306,8 +307,7 @@ void TestAccessibility::preferencesTabs()
     QVERIFY(DesktopSession::key(u"Return"_s));
     const auto title = named(u"text"_s, u"Title"_s);
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(title), 10000);
-    faults = namingFaults(showingWindowWith(title));
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(showingWindowWith(title));
     QVERIFY(DesktopSession::key(u"Escape"_s));
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(promptList), 10000);
 
@@ -317,8 +317,7 @@ void TestAccessibility::preferencesTabs()
                node[u"name"_s].toString() == u"Shortcut: Not set"_s;
     };
     QTRY_VERIFY_WITH_TIMEOUT(showsNode(recordButton), 10000);
-    faults = namingFaults(showingWindowWith(recordButton));
-    QVERIFY2(faults.isEmpty(), qPrintable(faults.join(u'\n')));
+    VERIFY_NAMED(showingWindowWith(recordButton));
 
     QVERIFY(DesktopSession::key(u"Escape"_s));
     QTRY_VERIFY_WITH_TIMEOUT(!showsNode(recordButton), 10000);

@@ -17,9 +17,6 @@
 #include <QClipboard>
 #include <QDir>
 #include <QGuiApplication>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QQmlProperty>
 #include <QQuickItem>
@@ -161,60 +158,14 @@ private slots:
         QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")), 3);
     }
 
-    void ctrlCommaInThePanelOpensThePreferences()
-    {
-        QVERIFY(copyInOtherApplication(QStringLiteral("some words")));
-        QVERIFY(doubleCopyOpensThePanel());
-        QVERIFY(key(QStringLiteral("ctrl+comma")));
-        QTRY_VERIFY(m_delegate->settingsWindow() && m_delegate->settingsWindow()->isVisible());
-        QVERIFY(QTest::qWaitForWindowExposed(m_delegate->settingsWindow()->window()));
-    }
-
-    // Copying twice in Ravelo's own windows copies; it is not a request for the panel.
-    void doubleCopyInRavelosWindowsIsNoTrigger()
-    {
-        QVERIFY(copyInOtherApplication(QStringLiteral("own windows")));
-        QVERIFY(doubleCopyOpensThePanel());
-        m_server->enqueue(
-            ChatResponse::events({R"({"choices":[{"delta":{"content":"The answer"}}]})"}));
-        QVERIFY(key(QStringLiteral("1")));
-        QTRY_COMPARE(m_state->resultText(), QStringLiteral("The answer"));
-        QTRY_VERIFY(!m_state->isLoading());
-
-        QSignalSpy shown(m_delegate.get(), &AppDelegate::panelRequested);
-        QSignalSpy triggered(m_delegate->hotkeyManager(), &HotkeyManager::triggered);
-        const auto settle = [] {
-            // A trigger may wait this long for the clipboard before it shows the panel.
-            QTest::qWait(int(2 * AppDelegate::clipboardWait.count()));
-        };
-        QVERIFY(DesktopSession::xdotool(
-            {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")}));
-        QVERIFY(triggered.wait());
-        settle();
-        QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("The answer"));
-        QVERIFY(!panel()->isVisible());
-        QCOMPARE(shown.size(), 0);
-
-        m_delegate->openSettings();
-        QVERIFY(QTest::qWaitForWindowActive(m_delegate->settingsWindow()->window(), 5000));
-        QVERIFY(DesktopSession::xdotool(
-            {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")}));
-        QVERIFY(triggered.wait());
-        settle();
-        QCOMPARE(shown.size(), 0);
-
-        // The same keys in another application still open the panel.
-        QVERIFY(doubleCopyOpensThePanel());
-        QCOMPARE(shown.size(), 1);
-    }
-
-    void doubleCopyRunCopyAndClose()
+    // A prompt streams in; Ctrl+C copies the answer and closes. Copying twice in Ravelo's own
+    // windows copies; it is not a request for the panel.
+    void runCopyAndCloseWithoutTriggeringInRavelosWindows()
     {
         QVERIFY(copyInOtherApplication(QStringLiteral("Hallo Welt")));
         QVERIFY(doubleCopyOpensThePanel());
         QCOMPARE(m_state->clipboardText(), QStringLiteral("Hallo Welt"));
         QTRY_COMPARE(viewText("clipboardText"), QStringLiteral("Hallo Welt"));
-
         ChatResponse response;
         response.piece(chunk("Hello"));
         response.piece(chunk(" world") + "data: [DONE]\n\n", 200);
@@ -228,10 +179,32 @@ private slots:
         QCOMPARE(m_server->sentMessage(0, 0), m_state->prompts().first().systemPrompt);
         QCOMPARE(m_preferences->integer(Preferences::totalPromptsUsed), 1);
 
-        QVERIFY(key(QStringLiteral("ctrl+c")));
-        QTRY_VERIFY(!panel()->isVisible());
+        QSignalSpy shown(m_delegate.get(), &AppDelegate::panelRequested);
+        QSignalSpy triggered(m_delegate->hotkeyManager(), &HotkeyManager::triggered);
+        // A trigger may wait this long for the clipboard before it shows the panel.
+        const auto settle = [] { QTest::qWait(int(2 * AppDelegate::clipboardWait.count())); };
+        const auto doubleCopy = [] {
+            return DesktopSession::xdotool(
+                {QStringLiteral("key"), QStringLiteral("ctrl+c"), QStringLiteral("ctrl+c")});
+        };
+        QVERIFY(doubleCopy());
+        QVERIFY(triggered.wait());
+        settle();
         QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Hello world"));
+        QVERIFY(!panel()->isVisible());
         QCOMPARE(m_state->resultText(), QString());
+        QCOMPARE(shown.size(), 0);
+
+        m_delegate->openSettings();
+        QVERIFY(QTest::qWaitForWindowActive(m_delegate->settingsWindow()->window(), 5000));
+        QVERIFY(doubleCopy());
+        QVERIFY(triggered.wait());
+        settle();
+        QCOMPARE(shown.size(), 0);
+
+        // The same keys in another application still open the panel.
+        QVERIFY(doubleCopyOpensThePanel());
+        QCOMPARE(shown.size(), 1);
     }
 
     // A prompt's own hotkey pressed in another application opens the panel on the copied text
@@ -270,28 +243,48 @@ private slots:
         QCOMPARE(m_server->requests().size(), 1);
     }
 
-    void escClosesTheCustomFieldFirst()
+    // Esc closes the custom field before the panel; a custom prompt run is saved as the
+    // fourth action. The preferences open over the panel, from its button and by Ctrl+,.
+    void customPromptAndPreferencesFromThePanel()
     {
-        QVERIFY(copyInOtherApplication(QStringLiteral("Some text")));
+        QVERIFY(copyInOtherApplication(QStringLiteral("quiet words")));
+        QVERIFY(doubleCopyOpensThePanel());
+        QVERIFY(key(QStringLiteral("ctrl+comma")));
+        QTRY_VERIFY(m_delegate->settingsWindow() && m_delegate->settingsWindow()->isVisible());
+        QVERIFY(QTest::qWaitForWindowExposed(m_delegate->settingsWindow()->window()));
+        m_delegate->settingsWindow()->window()->close();
+        QTRY_VERIFY(!m_delegate->settingsWindow()->isVisible());
+
         QVERIFY(doubleCopyOpensThePanel());
         QVERIFY(key(QStringLiteral("Return")));
         QTRY_VERIFY(m_state->showCustomPromptInput());
         QVERIFY(DesktopSession::type(QStringLiteral("draft")));
         QTRY_COMPARE(m_state->customPromptText(), QStringLiteral("draft"));
-
         QVERIFY(key(QStringLiteral("Escape")));
         QTRY_VERIFY(!m_state->showCustomPromptInput());
         QCOMPARE(m_state->customPromptText(), QString());
         QVERIFY(panel()->isVisible());
 
-        QVERIFY(key(QStringLiteral("Escape")));
-        QTRY_VERIFY(!panel()->isVisible());
-    }
+        m_server->enqueue(
+            ChatResponse::events({R"({"choices":[{"delta":{"content":"QUIET WORDS"}}]})"}));
+        QVERIFY(key(QStringLiteral("Return")));
+        QTRY_VERIFY(m_state->showCustomPromptInput());
+        QVERIFY(DesktopSession::type(QStringLiteral("Shout it")));
+        QVERIFY(key(QStringLiteral("Return")));
+        QTRY_COMPARE(m_state->resultText(), QStringLiteral("QUIET WORDS"));
+        QCOMPARE(m_server->sentMessage(0, 0), QStringLiteral("Shout it"));
+        QCOMPARE(m_state->lastCustomPromptText(),
+                 std::optional<QString>(QStringLiteral("Shout it")));
+        QQuickItem* save = panel()->view()->findChild<QQuickItem*>(QStringLiteral("saveButton"));
+        QVERIFY(save);
+        QTRY_VERIFY(save->isVisible());
+        QVERIFY(DesktopSession::click(save));
+        QTRY_COMPARE(m_state->prompts().size(), 4);
+        QCOMPARE(m_state->prompts().last().systemPrompt, QStringLiteral("Shout it"));
+        QCOMPARE(m_state->prompts().last().number, 4);
+        QCOMPARE(PromptStore::load(*m_preferences).size(), 4);
+        QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")), 4);
 
-    void preferencesFromThePanelComeOverIt()
-    {
-        QVERIFY(copyInOtherApplication(QStringLiteral("Some text")));
-        QVERIFY(doubleCopyOpensThePanel());
         QVERIFY(DesktopSession::click(
             panel()->view()->findChild<QQuickItem*>(QStringLiteral("preferencesButton"))));
         QTRY_VERIFY(m_delegate->settingsWindow() && m_delegate->settingsWindow()->isVisible());
@@ -314,33 +307,6 @@ private slots:
         QTRY_VERIFY(stacking().indexOf(preferences) > stacking().indexOf(quickPanel));
         QVERIFY(panel()->isVisible());
         m_delegate->settingsWindow()->window()->close();
-    }
-
-    void customPromptSavedAsFourthAction()
-    {
-        QVERIFY(copyInOtherApplication(QStringLiteral("quiet words")));
-        QVERIFY(doubleCopyOpensThePanel());
-        m_server->enqueue(
-            ChatResponse::events({R"({"choices":[{"delta":{"content":"QUIET WORDS"}}]})"}));
-        QVERIFY(key(QStringLiteral("Return")));
-        QTRY_VERIFY(m_state->showCustomPromptInput());
-        QVERIFY(DesktopSession::type(QStringLiteral("Shout it")));
-        QVERIFY(key(QStringLiteral("Return")));
-        QTRY_COMPARE(m_state->resultText(), QStringLiteral("QUIET WORDS"));
-        QCOMPARE(m_server->sentMessage(0, 0), QStringLiteral("Shout it"));
-        QCOMPARE(m_state->lastCustomPromptText(),
-                 std::optional<QString>(QStringLiteral("Shout it")));
-
-        QQuickItem* save = panel()->view()->findChild<QQuickItem*>(QStringLiteral("saveButton"));
-        QVERIFY(save);
-        QTRY_VERIFY(save->isVisible());
-        QVERIFY(DesktopSession::click(save));
-
-        QTRY_COMPARE(m_state->prompts().size(), 4);
-        QCOMPARE(m_state->prompts().last().systemPrompt, QStringLiteral("Shout it"));
-        QCOMPARE(m_state->prompts().last().number, 4);
-        QCOMPARE(PromptStore::load(*m_preferences).size(), 4);
-        QTRY_COMPARE(DesktopSession::countItems(panel()->view(), QStringLiteral("promptChip")), 4);
     }
 
     void newTriggerCancelsTheStreamingRun()

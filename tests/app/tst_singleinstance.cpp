@@ -56,33 +56,16 @@ private slots:
         return QString::fromLatin1(search.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0);
     }
 
-    void commandsWithoutInstanceSaySo_data()
-    {
-        QTest::addColumn<QString>("command");
-        QTest::newRow("trigger") << QStringLiteral("trigger");
-        QTest::newRow("quit") << QStringLiteral("quit");
-    }
-
-    void commandsWithoutInstanceSaySo()
-    {
-        QFETCH(QString, command);
-        const RaveloResult result = runRavelo({command});
-        QCOMPARE(result.exitCode, 1);
-        QVERIFY2(result.err.contains("Ravelo is not running."), result.err.constData());
-        QCOMPARE(runRavelo({command, QStringLiteral("extra")}).exitCode, 2);
-    }
-
-    void versionAndHelp()
+    void versionAndCommandsWithoutInstance()
     {
         const RaveloResult version = runRavelo({QStringLiteral("--version")});
         QCOMPARE(version.exitCode, 0);
         QCOMPARE(version.out, QByteArray("Ravelo " RAVELO_VERSION "\n"));
-
-        const RaveloResult help = runRavelo({QStringLiteral("--help")});
-        QCOMPARE(help.exitCode, 0);
-        for (const char* line :
-             {"  ravelo preferences ", "  ravelo quit ", "  ravelo --version "}) {
-            QVERIFY2(help.out.contains(line), line);
+        for (const QString& command : {QStringLiteral("trigger"), QStringLiteral("quit")}) {
+            const RaveloResult result = runRavelo({command});
+            QCOMPARE(result.exitCode, 1);
+            QVERIFY2(result.err.contains("Ravelo is not running."), result.err.constData());
+            QCOMPARE(runRavelo({command, QStringLiteral("extra")}).exitCode, 2);
         }
     }
 
@@ -120,16 +103,6 @@ private slots:
                  qPrintable(trace.qtLibraries().join(u' ')));
         QVERIFY2(trace.graphicalLibraries().isEmpty(),
                  qPrintable(trace.graphicalLibraries().join(u' ')));
-    }
-
-    void quitEndsTheRunningInstance()
-    {
-        QVERIFY2(m_app.start(), m_app.log().constData());
-        const RaveloResult result = runRavelo({QStringLiteral("quit")});
-        QCOMPARE(result.exitCode, 0);
-        QCOMPARE(result.err, QByteArray());
-        QVERIFY2(appEndedCleanly(), m_app.log().constData());
-        QCOMPARE(runRavelo({QStringLiteral("quit")}).exitCode, 1);
     }
 
     void terminationSignalsQuitCleanly_data()
@@ -175,10 +148,14 @@ private slots:
         QCOMPARE(QString::fromLocal8Bit(commandLine.readAll().split('\0').first()),
                  QFileInfo(raveloBinary()).canonicalFilePath());
 
-        m_app.clearLog();
-        QCOMPARE(runRavelo({QStringLiteral("preferences")}).exitCode, 0);
-        QVERIFY2(m_app.logged("Preferences requested"), m_app.log().constData());
-        QVERIFY(m_app.process()->state() == QProcess::Running);
+        // Later starts, with or without "preferences", hand over to it.
+        for (const QStringList& arguments :
+             {QStringList{QStringLiteral("preferences")}, QStringList{}}) {
+            m_app.clearLog();
+            QCOMPARE(runRavelo(arguments).exitCode, 0);
+            QVERIFY2(m_app.logged("Preferences requested"), m_app.log().constData());
+            QVERIFY(m_app.process()->state() == QProcess::Running);
+        }
     }
 
     void qtOptionsAreAccepted()
@@ -192,8 +169,11 @@ private slots:
         QVERIFY2(m_app.start({QStringLiteral("-platform"), QStringLiteral("xcb"),
                               QStringLiteral("-style"), QStringLiteral("Fusion")}),
                  m_app.log().constData());
-        QCOMPARE(runRavelo({QStringLiteral("quit")}).exitCode, 0);
+        const RaveloResult quit = runRavelo({QStringLiteral("quit")});
+        QCOMPARE(quit.exitCode, 0);
+        QCOMPARE(quit.err, QByteArray());
         QVERIFY2(appEndedCleanly(), m_app.log().constData());
+        QCOMPARE(runRavelo({QStringLiteral("quit")}).exitCode, 1);
     }
 
     void triggerReachesTheRunningInstance()
@@ -241,15 +221,6 @@ private slots:
         QCOMPARE(result.exitCode, 0);
         QVERIFY2(m_app.logged("Panel requested for 5 characters"), m_app.log().constData());
         QCOMPARE(m_app.log().contains("with an activation token"), carried);
-    }
-
-    void secondStartHandsOver()
-    {
-        QVERIFY2(m_app.start(), m_app.log().constData());
-        const RaveloResult result = runRavelo({});
-        QCOMPARE(result.exitCode, 0);
-        QVERIFY2(m_app.logged("Preferences requested"), m_app.log().constData());
-        QVERIFY(m_app.process()->state() == QProcess::Running);
     }
 
     void aSocketLeftBehindIsReplaced()

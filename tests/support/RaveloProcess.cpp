@@ -33,14 +33,19 @@ QProcessEnvironment environmentWithLanguage(const QString& lang)
     return environment;
 }
 
-RaveloResult runRavelo(const QStringList& arguments, const QProcessEnvironment& environment)
+RaveloResult runRavelo(const QStringList& arguments, const QProcessEnvironment& environment,
+                       const QByteArray& input)
 {
     QProcess process;
     if (!environment.isEmpty()) {
         process.setProcessEnvironment(environment);
     }
     process.start(raveloBinary(), arguments);
-    if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; }, 15000)) {
+    if (!input.isNull()) {
+        process.write(input);
+        process.closeWriteChannel();
+    }
+    if (!QTest::qWaitFor([&process] { return process.state() == QProcess::NotRunning; }, 20000)) {
         process.kill();
         process.waitForFinished();
         return {};

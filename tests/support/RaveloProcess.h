@@ -21,9 +21,10 @@ struct RaveloResult {
 
 /// Runs a short ravelo command to its end while this process's event loop keeps turning: the
 /// test may own the clipboard that a running instance reads meanwhile. `environment`, when
-/// given, replaces the test's own.
+/// given, replaces the test's own; `input`, when given, is its standard input.
 RaveloResult runRavelo(const QStringList& arguments,
-                       const QProcessEnvironment& environment = QProcessEnvironment());
+                       const QProcessEnvironment& environment = QProcessEnvironment(),
+                       const QByteArray& input = QByteArray());
 
 /// The test's environment with the user's language set to `lang` (LANGUAGE, LC_ALL and
 /// LC_MESSAGES removed, since they take precedence).
