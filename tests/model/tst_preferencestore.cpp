@@ -281,29 +281,37 @@ private slots:
         QTest::newRow("binary junk appended") << junk << true;
     }
 
-    // Found with the real `ravelo run`: the request must go to the stored server with the stored
-    // model and prompt, and the damaged file stays as it was.
+    // Found with the real `ravelo run`: the requests must go to the stored server with the
+    // stored model and prompt, and the damaged file stays as it was. The runs at the same time
+    // all find it: one sets it aside, the others use its repair, and every run is counted.
     void damagedFileKeepsItsValues()
     {
         QFETCH(QByteArray, damage);
         QFETCH(bool, appended);
+        constexpr int runs = 20;
         ChatServer server;
         QByteArray damaged = validFile(server);
         const qsizetype address = damaged.indexOf("openai_base_url");
         QVERIFY(address > 0);
         damaged.insert(appended ? damaged.size() : address, damage);
         writeFile(damaged);
-        server.enqueue(ChatResponse::events({okAnswer, "[DONE]"}));
-
-        auto run = startRun();
-        QCOMPARE(exitCodeOf(*run), 0);
-        QCOMPARE(run->readAllStandardOutput(), QByteArray("ok"));
-        QCOMPARE(server.requests().size(), 1);
-        const QJsonObject body = QJsonDocument::fromJson(server.requests().first().body).object();
+        std::vector<std::unique_ptr<QProcess>> processes;
+        for (int i = 0; i < runs; ++i) {
+            server.enqueue(ChatResponse::events({okAnswer, "[DONE]"}));
+            processes.push_back(startRun());
+        }
+        for (const auto& process : processes) {
+            QCOMPARE(exitCodeOf(*process), 0);
+            QCOMPARE(process->readAllStandardOutput(), QByteArray("ok"));
+        }
+        QCOMPARE(server.requests().size(), runs);
+        const QJsonObject body = QJsonDocument::fromJson(server.requests().last().body).object();
         QCOMPARE(body.value(u"model"_s).toString(), u"model-of-the-user"_s);
-        QCOMPARE(server.sentMessage(0, 0), u"Answer in Latin."_s);
-
+        QCOMPARE(server.sentMessage(runs - 1, 0), u"Answer in Latin."_s);
+        QCOMPARE(PreferenceStore(m_path).integer(Preferences::totalPromptsUsed), runs);
         QCOMPARE(readFile(m_path + u".unreadable"_s), damaged);
+        QVERIFY(!QFile::exists(m_path + u".unreadable.1"_s));
+
         // The new file holds the known keys, at the top level, and nothing else.
         const QString copy = m_configHome + u"/copy.conf"_s;
         QVERIFY(QFile::copy(m_path, copy));
@@ -335,26 +343,6 @@ private slots:
         QVERIFY(!QFile::exists(m_path + u".unreadable.1"_s));
         QCOMPARE(PreferenceStore(m_path).string(Preferences::baseUrl),
                  PreferenceStore::lostBaseUrlNote(m_path + u".unreadable"_s));
-    }
-
-    void parallelRunsCountEveryPrompt()
-    {
-        constexpr int runs = 20;
-        ChatServer server;
-        // All of them find the same damaged file: one sets it aside, the others use its repair.
-        writeFile(validFile(server) + QByteArrayLiteral("\x00junk"));
-        std::vector<std::unique_ptr<QProcess>> processes;
-        for (int i = 0; i < runs; ++i) {
-            server.enqueue(ChatResponse::events({okAnswer, "[DONE]"}));
-            processes.push_back(startRun());
-        }
-        for (const auto& process : processes) {
-            QCOMPARE(exitCodeOf(*process), 0);
-        }
-        QCOMPARE(server.requests().size(), runs);
-        QCOMPARE(PreferenceStore(m_path).integer(Preferences::totalPromptsUsed), runs);
-        QVERIFY(QFile::exists(m_path + u".unreadable"_s));
-        QVERIFY(!QFile::exists(m_path + u".unreadable.1"_s));
     }
 
     // The application keeps its store open while `ravelo run` counts in other processes.
