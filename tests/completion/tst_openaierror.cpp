@@ -2,6 +2,8 @@
 
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 class TestOpenAIError : public QObject {
     Q_OBJECT
 
@@ -10,40 +12,29 @@ private slots:
     {
         QTest::addColumn<CompletionError>("error");
         QTest::addColumn<QString>("message");
-
-        QTest::newRow("http") << CompletionError(OpenAIError::httpError(401, QStringLiteral("abc")))
-                              << QStringLiteral("HTTP 401: abc");
-        QTest::newRow("http, empty body")
-            << CompletionError(OpenAIError::httpError(500, {})) << QStringLiteral("HTTP 500: ");
-        QTest::newRow("status 0") << CompletionError(OpenAIError::httpError(
-                                         0, QStringLiteral("Not an HTTP response")))
-                                  << QStringLiteral("HTTP 0: Not an HTTP response");
-        QTest::newRow("negative status")
-            << CompletionError(OpenAIError::httpError(-12, QStringLiteral("x")))
-            << QStringLiteral("HTTP -12: x");
+        const auto http = [](qint64 status, const QString& body) {
+            return CompletionError(OpenAIError::httpError(status, body));
+        };
+        QTest::newRow("http") << http(401, u"abc"_s) << u"HTTP 401: abc"_s;
+        QTest::newRow("negative status") << http(-12, u"x"_s) << u"HTTP -12: x"_s;
         QTest::newRow("body kept whole")
-            << CompletionError(OpenAIError::httpError(429, QStringLiteral(" {\"a\": 1}  ")))
-            << QStringLiteral("HTTP 429:  {\"a\": 1}  ");
-        QTest::newRow("decoding") << CompletionError(
-                                         OpenAIError::decodingError(QStringLiteral("bad")))
-                                  << QStringLiteral("Decoding error: bad");
-        QTest::newRow("no key")
-            << CompletionError(OpenAIError::noAPIKey())
-            << QStringLiteral("No OpenAI API key configured. Open Preferences to set one.");
+            << http(429, u" {\"a\": 1}  "_s) << u"HTTP 429:  {\"a\": 1}  "_s;
+        QTest::newRow("decoding") << CompletionError(OpenAIError::decodingError(u"bad"_s))
+                                  << u"Decoding error: bad"_s;
+        QTest::newRow("no key") << CompletionError(OpenAIError::noAPIKey())
+                                << u"No OpenAI API key configured. Open Preferences to set one."_s;
         QTest::newRow("invalid URL")
-            << CompletionError(OpenAIError::invalidURL()) << QStringLiteral("Invalid API URL.");
-        QTest::newRow("control characters left out")
-            << CompletionError(OpenAIError::httpError(400, QStringLiteral("\x1b]2;owned\x07"
-                                                                          "a\tb\u009bc\rd\x7f\x00"
-                                                                          "e")))
-            << QStringLiteral("HTTP 400: ]2;owneda\tbcde");
+            << CompletionError(OpenAIError::invalidURL()) << u"Invalid API URL."_s;
+        QTest::newRow("control characters left out") << http(400, u"\x1b]2;owned\x07"
+                                                                  "a\tb\u009bc\rd\x7f\x00"
+                                                                  "e"_s)
+                                                     << u"HTTP 400: ]2;owneda\tbcde"_s;
         QTest::newRow("line feeds and other text kept")
-            << CompletionError(OpenAIError::httpError(500, QStringLiteral("a\nb é \u00a0 😀")))
-            << QStringLiteral("HTTP 500: a\nb é \u00a0 😀");
+            << http(500, u"a\nb é \u00a0 😀"_s) << u"HTTP 500: a\nb é \u00a0 😀"_s;
         QTest::newRow("transport")
-            << CompletionError(TransportError{QNetworkReply::ConnectionRefusedError,
-                                              QStringLiteral("Could not connect.")})
-            << QStringLiteral("Could not connect.");
+            << CompletionError(
+                   TransportError{QNetworkReply::ConnectionRefusedError, u"Could not connect."_s})
+            << u"Could not connect."_s;
     }
 
     void messages()

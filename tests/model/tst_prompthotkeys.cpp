@@ -18,37 +18,30 @@ const QUuid second(u"0B2A1E55-3C4D-4E5F-8A9B-0C1D2E3F4A5B"_s);
 class TestPromptHotkeys : public QObject {
     Q_OBJECT
 
-private:
     QTemporaryDir m_dir;
     int m_case = 0;
 
     QString freshPath() { return m_dir.filePath(u"case%1.conf"_s.arg(++m_case)); }
 
 private slots:
-    void roundTripLeavesThePromptListAlone()
+    void roundTripWritesOnlyChanges()
     {
         const QString path = freshPath();
+        const PromptHotkeys::Map hotkeys{{first, {40, 768}}, {second, {49, 2048}}};
         QByteArray promptsBefore;
         {
             PreferenceStore store(path);
             PromptStore::save(store, Prompt::defaults());
             promptsBefore = store.data(Preferences::userPrompts).value();
-            PromptHotkeys::save(store, {{first, {40, 768}}, {second, {49, 2048}}});
+            PromptHotkeys::save(store, hotkeys);
         }
         PreferenceStore store(path);
-        const PromptHotkeys::Map expected{{first, {40, 768}}, {second, {49, 2048}}};
-        QCOMPARE(PromptHotkeys::load(store), expected);
+        QCOMPARE(PromptHotkeys::load(store), hotkeys);
         QCOMPARE(store.data(Preferences::userPrompts).value(), promptsBefore);
-        QCOMPARE(PromptStore::load(store), Prompt::defaults());
-    }
 
-    void savingTheSameHotkeysWritesNothing()
-    {
-        PreferenceStore store(freshPath());
-        PromptHotkeys::save(store, {{first, {40, 768}}});
         int writes = 0;
         connect(&store, &PreferenceStore::changed, this, [&writes] { ++writes; });
-        PromptHotkeys::save(store, {{first, {40, 768}}});
+        PromptHotkeys::save(store, hotkeys);
         QCOMPARE(writes, 0);
         PromptHotkeys::save(store, {});
         QCOMPARE(writes, 1);
@@ -67,7 +60,6 @@ private slots:
         QTest::newRow("not JSON") << QByteArray("keycode=40") << 0;
         QTest::newRow("cut short") << entry(R"({"keycode":40,"modifiers":7)") << 0;
         QTest::newRow("a list") << QByteArray(R"([{"keycode":40,"modifiers":768}])") << 0;
-        QTest::newRow("binary") << QByteArray("\x00\xff\xfe{\x01", 5) << 0;
         QTest::newRow("id no uuid")
             << QByteArray(R"({"nope":{"keycode":40,"modifiers":768}})") << 0;
         QTest::newRow("entry no object") << entry("40") << 0;
@@ -89,16 +81,12 @@ private slots:
         QFETCH(QByteArray, stored);
         QFETCH(int, readable);
         PreferenceStore store(freshPath());
-        PromptStore::save(store, Prompt::defaults());
-        const QByteArray prompts = store.data(Preferences::userPrompts).value();
         store.setData(Preferences::promptHotkeys, stored);
-
         const PromptHotkeys::Map hotkeys = PromptHotkeys::load(store);
         QCOMPARE(hotkeys.size(), readable);
         if (readable == 1) {
             QCOMPARE(hotkeys.value(first), (StoredHotkey{40, 768}));
         }
-        QCOMPARE(store.data(Preferences::userPrompts).value(), prompts);
     }
 };
 

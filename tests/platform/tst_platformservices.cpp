@@ -17,28 +17,20 @@ void collect(QtMsgType type, const QMessageLogContext& context, const QString& m
 
 } // namespace
 
-/// Runs on the offscreen platform: a session without X11.
+/// Runs on the offscreen platform: a session without X11. The backends stay disarmed and say
+/// so once.
 class TestPlatformServices : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
+    void offscreenHasNoX11()
     {
         QCOMPARE(QGuiApplication::platformName(), QStringLiteral("offscreen"));
         qInstallMessageHandler(collect);
-    }
-
-    void cleanupTestCase() { qInstallMessageHandler(nullptr); }
-
-    void offscreenHasNoX11()
-    {
         QCOMPARE(PlatformServices::backend(), PlatformServices::Backend::None);
         QVERIFY(PlatformServices::unavailableReason().contains(QLatin1String("offscreen")));
         QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::DesktopShortcut);
-    }
 
-    void backendsStayDisarmedAndSaySoOnce()
-    {
         const auto monitor = PlatformServices::createGlobalKeyMonitor();
         const auto hotkey = PlatformServices::createGlobalHotkey();
         const auto trust = PlatformServices::createAccessibilityTrust();
@@ -56,6 +48,7 @@ private slots:
         QVERIFY(!manager.isDoubleCopyMonitorActive());
         QVERIFY(!manager.isHotkeyRegistered());
         manager.stop();
+        qInstallMessageHandler(nullptr);
 
         QCOMPARE(platformMessages.size(), 1);
         QVERIFY(platformMessages.first().contains(QLatin1String("ravelo trigger")));

@@ -23,50 +23,41 @@
 #include <QSignalSpy>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr quint32 keyK = 40;
 constexpr quint32 keyJ = 38;
 constexpr quint32 ctrlShift = KeyMap::commandMask | KeyMap::shiftMask;
+const QString trigger = QString::fromLatin1(GlobalHotkey::triggerId);
 
-QDBusMessage callAccel(const QString& path, const QString& interface, const QString& method,
-                       const QVariantList& arguments)
+QDBusMessage callAccel(const QString& path, const QString& method, const QVariantList& arguments)
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(QStringLiteral("org.kde.kglobalaccel"),
-                                                          path, interface, method);
+    QDBusMessage message = QDBusMessage::createMethodCall(u"org.kde.kglobalaccel"_s, path,
+                                                          path == u"/kglobalaccel"_s
+                                                              ? u"org.kde.KGlobalAccel"_s
+                                                              : u"org.kde.kglobalaccel.Component"_s,
+                                                          method);
     message.setArguments(arguments);
     return QDBusConnection::sessionBus().call(message);
 }
 
 /// Presses the shortcut of every component that has one by that name, as KDE's service does
 /// on its keys; true when some component had it.
-bool pressTrigger(const QString& name = QStringLiteral("trigger"))
+bool press(const QString& name = trigger)
 {
     const QDBusReply<QList<QDBusObjectPath>> components =
-        callAccel(QStringLiteral("/kglobalaccel"), QStringLiteral("org.kde.KGlobalAccel"),
-                  QStringLiteral("allComponents"), {});
+        callAccel(u"/kglobalaccel"_s, u"allComponents"_s, {});
     bool pressed = false;
     for (const QDBusObjectPath& component : components.value()) {
-        const QDBusReply<QStringList> names =
-            callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
-                      QStringLiteral("shortcutNames"), {});
+        const QDBusReply<QStringList> names = callAccel(component.path(), u"shortcutNames"_s, {});
         if (names.value().contains(name)) {
-            callAccel(component.path(), QStringLiteral("org.kde.kglobalaccel.Component"),
-                      QStringLiteral("invokeShortcut"), {name});
+            callAccel(component.path(), u"invokeShortcut"_s, {name});
             pressed = true;
         }
     }
     return pressed;
-}
-
-/// Starts ravelo on the session's Wayland display, logging what it asks of the portal.
-bool startWithPortalLog(RunningRavelo& ravelo)
-{
-    QProcessEnvironment environment;
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
-    environment.insert(QStringLiteral("QT_LOGGING_RULES"),
-                       QStringLiteral("ravelo.app.debug=true;ravelo.platform.debug=true"));
-    return ravelo.start({}, environment);
 }
 
 } // namespace
@@ -79,7 +70,7 @@ private slots:
     {
         QVERIFY(PortalGlobalShortcuts::isAvailable());
         QCOMPARE(PlatformServices::hotkeyPath(), PlatformServices::HotkeyPath::Portal);
-        QVERIFY(HotkeySettings::hotkeyPathText().contains(QLatin1String("global shortcuts")));
+        QVERIFY(HotkeySettings::hotkeyPathText().contains(u"global shortcuts"_s));
     }
 
     void preferredTrigger_data()
@@ -87,13 +78,12 @@ private slots:
         QTest::addColumn<quint32>("keyCode");
         QTest::addColumn<quint32>("modifiers");
         QTest::addColumn<QString>("trigger");
-        QTest::newRow("Ctrl+Shift+K") << keyK << ctrlShift << QStringLiteral("CTRL+SHIFT+k");
-        QTest::newRow("Ctrl+Alt+Space") << quint32(49) << (KeyMap::commandMask | KeyMap::optionMask)
-                                        << QStringLiteral("CTRL+ALT+space");
-        QTest::newRow("Super+F5") << quint32(96) << KeyMap::controlMask
-                                  << QStringLiteral("LOGO+F5");
+        QTest::newRow("Ctrl+Shift+K") << keyK << ctrlShift << u"CTRL+SHIFT+k"_s;
+        QTest::newRow("Ctrl+Alt+Space")
+            << 49u << (KeyMap::commandMask | KeyMap::optionMask) << u"CTRL+ALT+space"_s;
+        QTest::newRow("Super+F5") << 96u << KeyMap::controlMask << u"LOGO+F5"_s;
         QTest::newRow("a key the map does not know")
-            << quint32(KeyMap::unknownKeyCode) << ctrlShift << QString();
+            << KeyMap::unknownKeyCode << ctrlShift << QString();
     }
 
     void preferredTrigger()
@@ -104,85 +94,41 @@ private slots:
         QCOMPARE(PortalGlobalShortcuts::preferredTrigger(keyCode, modifiers), trigger);
     }
 
-    void boundShortcutFiresUntilUnregistered()
+    // One session binds the prompts beside the trigger; each fires until unregistered.
+    void boundShortcutsFireUntilUnregistered()
     {
         PortalGlobalShortcuts hotkey;
         QSignalSpy bound(&hotkey, &PortalGlobalShortcuts::bindingFinished);
         QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
-        QVERIFY(hotkey.registerHotkey(keyK, ctrlShift));
+        const QString prompt = u"prompt-6F9619FF-8B86-D011-B42D-00C04FC964FF"_s;
+        QVERIFY(hotkey.registerShortcuts(
+            {{trigger, keyK, ctrlShift, {}},
+             {prompt, 49, KeyMap::commandMask | KeyMap::optionMask, u"Translate"_s}}));
         QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 1, 15000);
         QCOMPARE(bound.first().first().toBool(), true);
         QVERIFY(hotkey.isRegistered());
+        QVERIFY(hotkey.isRegistered(prompt));
 
-        QVERIFY(pressTrigger());
+        QVERIFY(press(prompt));
         QTRY_COMPARE(activated.size(), 1);
+        QCOMPARE(activated.last().first().toString(), prompt);
+        QVERIFY(press());
+        QTRY_COMPARE(activated.size(), 2);
+        QCOMPARE(activated.last().first().toString(), trigger);
 
         hotkey.unregisterHotkey();
         QVERIFY(!hotkey.isRegistered());
-        pressTrigger();
+        press();
         QCoreApplication::processEvents();
-        QCOMPARE(activated.size(), 1);
-    }
-
-    void oneSessionBindsThePromptsBesideTheTrigger()
-    {
-        PortalGlobalShortcuts hotkey;
-        QSignalSpy bound(&hotkey, &PortalGlobalShortcuts::bindingFinished);
-        QSignalSpy activated(&hotkey, &GlobalHotkey::activated);
-        const QString trigger = QString::fromLatin1(GlobalHotkey::triggerId);
-        const QString prompt = QStringLiteral("prompt-6F9619FF-8B86-D011-B42D-00C04FC964FF");
-        QVERIFY(hotkey.registerShortcuts(
-            {{trigger, keyK, ctrlShift, {}},
-             {prompt, 49, KeyMap::commandMask | KeyMap::optionMask, QStringLiteral("Translate")}}));
-        QTRY_COMPARE_WITH_TIMEOUT(bound.size(), 1, 15000);
-        QCOMPARE(bound.first().first().toBool(), true);
-        QVERIFY(hotkey.isRegistered(prompt));
-
-        QVERIFY(pressTrigger(prompt));
-        QTRY_COMPARE(activated.size(), 1);
-        QCOMPARE(activated.last().first().toString(), prompt);
-        QVERIFY(pressTrigger());
-        QTRY_COMPARE(activated.size(), 2);
-        QCOMPARE(activated.last().first().toString(), trigger);
-    }
-
-    // A prompt's hotkey in a running ravelo runs that prompt on the text copied last.
-    void promptHotkeyRunsItsPromptInRavelo()
-    {
-        ChatServer server;
-        const Prompt second = Prompt::defaults().at(1);
-        {
-            PreferenceStore preferences(preferencesPastWalkthrough());
-            preferences.setString(Preferences::apiKey, QStringLiteral("sk-test"));
-            preferences.setString(Preferences::baseUrl, server.baseUrl());
-            // The built-in prompts get fresh ids in each process until the list is stored.
-            PromptStore::save(preferences, Prompt::defaults());
-            PromptHotkeys::save(preferences, {{second.id, StoredHotkey{keyK, ctrlShift}}});
-        }
-        QVERIFY(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("Guten Morgen")}) ==
-                0);
-        server.enqueue(
-            ChatResponse::events({"{\"choices\":[{\"delta\":{\"content\":\"ok\"}}]}", "[DONE]"}));
-        RunningRavelo ravelo;
-        QVERIFY(startWithPortalLog(ravelo));
-        const QString id = HotkeyManager::promptShortcutId(second.id);
-        const QByteArray bound =
-            "The desktop portal bound the hotkey CTRL+SHIFT+k for " + id.toLatin1();
-        QVERIFY2(ravelo.logged(bound.constData()), ravelo.log().constData());
-        QVERIFY(pressTrigger(id));
-        QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, 15000);
-        QCOMPARE(server.sentMessage(0, 0), second.systemPrompt);
-        QCOMPARE(server.sentMessage(0, 1), QStringLiteral("Guten Morgen"));
+        QCOMPARE(activated.size(), 2);
     }
 
     // Every preference write re-arms the triggers: stop, then register as stored. The portal's
     // session stays for unchanged keys, and only a change or a stop for good ends it.
     void reArmingKeepsTheSessionOfTheSameKeys()
     {
-        BusCallCounter sessions(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"),
-                                QStringLiteral("CreateSession"));
-        BusCallCounter closes(QStringLiteral("org.freedesktop.portal.Session"),
-                              QStringLiteral("Close"));
+        BusCallCounter sessions(u"org.freedesktop.portal.GlobalShortcuts"_s, u"CreateSession"_s);
+        BusCallCounter closes(u"org.freedesktop.portal.Session"_s, u"Close"_s);
         QVERIFY(sessions.start());
         QVERIFY(closes.start());
         auto owned = std::make_unique<PortalGlobalShortcuts>();
@@ -203,7 +149,7 @@ private slots:
         QCOMPARE(sessions.count(), 1);
         QCOMPARE(closes.count(), 0);
         QVERIFY(manager.isHotkeyRegistered());
-        QVERIFY(pressTrigger());
+        QVERIFY(press());
         QTRY_COMPARE(triggered.size(), 1);
 
         manager.stop();
@@ -216,26 +162,48 @@ private slots:
         manager.stop();
         QTRY_COMPARE(closes.count(), 2);
         QVERIFY(!manager.isHotkeyRegistered());
-        pressTrigger();
+        press();
         QCoreApplication::processEvents();
         QCOMPARE(triggered.size(), 1);
     }
 
-    // The recorded hotkey of a running ravelo opens its panel with the text copied last.
-    void hotkeyOpensThePanelOfRavelo()
+    // In a running ravelo the recorded hotkey opens the panel with the text copied last, and a
+    // prompt's hotkey runs that prompt on it.
+    void hotkeysOfRavelo()
     {
+        ChatServer server;
+        const Prompt second = Prompt::defaults().at(1);
         {
             PreferenceStore preferences(preferencesPastWalkthrough());
+            preferences.setString(Preferences::apiKey, u"sk-test"_s);
+            preferences.setString(Preferences::baseUrl, server.baseUrl());
             preferences.setInteger(Preferences::customHotkeyKeyCode, keyK);
             preferences.setInteger(Preferences::customHotkeyModifiers, ctrlShift);
+            // The built-in prompts get fresh ids in each process until the list is stored.
+            PromptStore::save(preferences, Prompt::defaults());
+            PromptHotkeys::save(preferences, {{second.id, StoredHotkey{keyJ, ctrlShift}}});
         }
-        QVERIFY(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("copied by hand")}) ==
-                0);
+        QCOMPARE(QProcess::execute(u"wl-copy"_s, {u"Guten Morgen"_s}), 0);
+        server.enqueue(
+            ChatResponse::events({R"({"choices":[{"delta":{"content":"ok"}}]})", "[DONE]"}));
         RunningRavelo ravelo;
-        QVERIFY(startWithPortalLog(ravelo));
-        QVERIFY(ravelo.logged("The desktop portal bound the hotkey CTRL+SHIFT+k"));
-        QVERIFY(pressTrigger());
-        QVERIFY(ravelo.logged("Panel requested for 14 characters"));
+        QProcessEnvironment environment;
+        environment.insert(u"QT_QPA_PLATFORM"_s, QString());
+        environment.insert(u"QT_LOGGING_RULES"_s,
+                           u"ravelo.app.debug=true;ravelo.platform.debug=true"_s);
+        QVERIFY(ravelo.start({}, environment));
+        const QString id = HotkeyManager::promptShortcutId(second.id);
+        QVERIFY2(ravelo.logged("The desktop portal bound the hotkey CTRL+SHIFT+k"),
+                 ravelo.log().constData());
+        const QByteArray promptBound =
+            "The desktop portal bound the hotkey CTRL+SHIFT+j for " + id.toLatin1();
+        QVERIFY(ravelo.logged(promptBound.constData()));
+        QVERIFY(press());
+        QVERIFY(ravelo.logged("Panel requested for 12 characters"));
+        QVERIFY(press(id));
+        QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, 15000);
+        QCOMPARE(server.sentMessage(0, 0), second.systemPrompt);
+        QCOMPARE(server.sentMessage(0, 1), u"Guten Morgen"_s);
     }
 };
 

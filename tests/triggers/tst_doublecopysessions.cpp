@@ -17,9 +17,10 @@
 #include <cstdlib>
 #include <memory>
 
-namespace {
-
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
 
 /// One step of a row: wait, then copy the text (or clear the clipboard when it is null).
 struct Copy {
@@ -28,12 +29,10 @@ struct Copy {
 };
 
 // Apart from anything copied before, whichever way the detector rounds.
-constexpr std::chrono::milliseconds quiet{700};
+constexpr int quietMs = 700;
 
-template<typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
-
-/// The X11 window that has the keyboard focus, as its top-level's WM_CLASS and its place
-/// on the screen, and the screen's size.
+/// The WM_CLASS of the X11 top-level window that has the keyboard focus, its place on the
+/// screen, and the screen's size.
 struct FocusedWindow {
     QByteArray wmClass;
     QRect geometry;
@@ -46,34 +45,30 @@ FocusedWindow focusedWindow()
     xcb_connection_t* c = xcb_connect(nullptr, nullptr);
     const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
     result.screen = QSize(screen->width_in_pixels, screen->height_in_pixels);
-    Reply<xcb_get_input_focus_reply_t> focus(
-        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr), &std::free);
-    xcb_window_t window = focus ? focus->focus : XCB_NONE;
+    const auto own = [](auto* reply) {
+        return std::unique_ptr<std::remove_pointer_t<decltype(reply)>, decltype(&std::free)>(
+            reply, &std::free);
+    };
+    auto focus = own(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
     // Up to the window that carries WM_CLASS.
-    while (window != XCB_NONE && window != screen->root && result.wmClass.isEmpty()) {
-        Reply<xcb_get_property_reply_t> wmClass(
-            xcb_get_property_reply(
-                c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64),
-                nullptr),
-            &std::free);
+    for (xcb_window_t window = focus ? focus->focus : XCB_NONE;
+         window != XCB_NONE && window != screen->root;) {
+        auto wmClass = own(xcb_get_property_reply(
+            c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64), nullptr));
         if (wmClass && xcb_get_property_value_length(wmClass.get()) > 0) {
             result.wmClass =
                 QByteArray(static_cast<const char*>(xcb_get_property_value(wmClass.get())),
                            xcb_get_property_value_length(wmClass.get()));
-            Reply<xcb_get_geometry_reply_t> geometry(
-                xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr), &std::free);
-            Reply<xcb_translate_coordinates_reply_t> origin(
-                xcb_translate_coordinates_reply(
-                    c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr),
-                &std::free);
+            auto geometry = own(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+            auto origin = own(xcb_translate_coordinates_reply(
+                c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr));
             if (geometry && origin) {
                 result.geometry =
                     QRect(origin->dst_x, origin->dst_y, geometry->width, geometry->height);
             }
             break;
         }
-        Reply<xcb_query_tree_reply_t> tree(
-            xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr), &std::free);
+        auto tree = own(xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr));
         window = tree ? tree->parent : XCB_NONE;
     }
     xcb_disconnect(c);
@@ -87,8 +82,7 @@ Q_DECLARE_METATYPE(QList<Copy>)
 class TestDoubleCopySessions : public QObject {
     Q_OBJECT
 
-private:
-    bool m_wayland = false;
+    bool m_wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
     DesktopSession m_desktop;
     std::unique_ptr<X11ClipboardSource> m_x11Source;
     RunningRavelo m_ravelo;
@@ -105,17 +99,23 @@ private:
         }
         // wl-copy hands the selection to a child of its own that serves it, and returns.
         QProcess wlCopy;
-        wlCopy.start(QStringLiteral("wl-copy"),
-                     text.isNull() ? QStringList{QStringLiteral("--clear")}
-                                   : QStringList{QStringLiteral("--"), QString::fromUtf8(text)});
+        wlCopy.start(u"wl-copy"_s, text.isNull() ? QStringList{u"--clear"_s}
+                                                 : QStringList{u"--"_s, QString::fromUtf8(text)});
         return wlCopy.waitForFinished(5000) && wlCopy.exitCode() == 0;
+    }
+
+    /// A double copy that must fire.
+    bool doubleCopy(const QByteArray& text)
+    {
+        const bool first = copy(text);
+        QTest::qWait(200);
+        return first && copy(text + ", again");
     }
 
     /// The length of the text each panel shown so far was shown with.
     QList<int> panelTexts()
     {
-        static const QRegularExpression shown(
-            QStringLiteral("Panel requested for (\\d+) characters"));
+        static const QRegularExpression shown(u"Panel requested for (\\d+) characters"_s);
         QList<int> lengths;
         auto matches = shown.globalMatch(QString::fromUtf8(m_ravelo.readLog()));
         while (matches.hasNext()) {
@@ -127,25 +127,20 @@ private:
 private slots:
     void initTestCase()
     {
-        m_wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
         if (m_wayland) {
-            QVERIFY2(QProcess::execute(QStringLiteral("wl-copy"), {QStringLiteral("--version")}) ==
-                         0,
+            QVERIFY2(QProcess::execute(u"wl-copy"_s, {u"--version"_s}) == 0,
                      "wl-copy (package wl-clipboard) is missing");
         } else {
             QVERIFY(m_desktop.startWindowManager());
             m_x11Source = std::make_unique<X11ClipboardSource>();
             QVERIFY(m_x11Source->isValid());
         }
-        {
-            PreferenceStore preferences(preferencesPastWalkthrough());
-            preferences.setBoolean(Preferences::useDoubleCopy, true);
-        }
+        PreferenceStore(preferencesPastWalkthrough()).setBoolean(Preferences::useDoubleCopy, true);
         QProcessEnvironment environment;
         // Ravelo picks its own platform, as when a user starts it.
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QString());
-        environment.insert(QStringLiteral("QT_LOGGING_RULES"),
-                           QStringLiteral("ravelo.app.debug=true;ravelo.triggers.debug=true"));
+        environment.insert(u"QT_QPA_PLATFORM"_s, QString());
+        environment.insert(u"QT_LOGGING_RULES"_s,
+                           u"ravelo.app.debug=true;ravelo.triggers.debug=true"_s);
         QVERIFY(m_ravelo.start({}, environment));
         QVERIFY(m_ravelo.logged("Double copy armed (clipboard owner)") ||
                 m_ravelo.logged("Double copy armed (copy keys, clipboard owner)"));
@@ -156,7 +151,6 @@ private slots:
         QTest::addColumn<QList<Copy>>("copies");
         // The length of the text of each panel the copies open.
         QTest::addColumn<QList<int>>("panels");
-
         QTest::newRow("two copies 0.2 s apart")
             << QList<Copy>{{0ms, "first of a pair"}, {200ms, "second of the pair"}}
             << QList<int>{18};
@@ -173,7 +167,7 @@ private slots:
     {
         QFETCH(QList<Copy>, copies);
         QFETCH(QList<int>, panels);
-        QTest::qWait(int(quiet.count()));
+        QTest::qWait(quietMs);
         m_ravelo.clearLog();
         for (const Copy& step : copies) {
             QTest::qWait(int(step.after.count()));
@@ -181,11 +175,9 @@ private slots:
         }
         // A double copy that must fire, after everything else: once its panel is logged,
         // every copy before it has been seen.
-        QTest::qWait(int(quiet.count()));
-        QVERIFY(copy("end"));
-        QTest::qWait(200);
-        QVERIFY(copy("end of the row"));
-        panels.append(14);
+        QTest::qWait(quietMs);
+        QVERIFY(doubleCopy("end"));
+        panels.append(10);
         QTRY_VERIFY_WITH_TIMEOUT(panelTexts().size() >= panels.size(), 10000);
         QCOMPARE(panelTexts(), panels);
         // The panel first shown draws its first frame; later triggers may only change its text.
@@ -197,9 +189,7 @@ private slots:
     // Wayland sessions): it has the keyboard, in the middle of the screen, its top half above.
     void panelHasTheKeyboardInTheMiddle()
     {
-        QVERIFY(copy("the panel's place"));
-        QTest::qWait(200);
-        QVERIFY(copy("the panel's place, again"));
+        QVERIFY(doubleCopy("the panel's place"));
         QTRY_VERIFY_WITH_TIMEOUT(focusedWindow().wmClass.contains("ravelo"), 10000);
         const FocusedWindow panel = focusedWindow();
         qInfo() << "panel" << panel.geometry << "on" << panel.screen;
