@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -154,6 +155,7 @@ private slots:
     // replacement is left behind; every write notifies.
     void writesAreVisibleToANewReader()
     {
+        QTest::failOnWarning(QRegularExpression(u"Could not save"_s));
         const QByteArray prompts = Prompt::encodeList(Prompt::defaults());
         const auto mode = [this] {
             struct stat info {};
@@ -189,6 +191,13 @@ private slots:
         QCOMPARE(reader.integer(Preferences::customHotkeyKeyCode), 4294967295LL);
         QCOMPARE(reader.data(Preferences::userPrompts), prompts);
         QCOMPARE(PromptStore::load(reader), Prompt::defaults());
+    }
+
+    void unsavableFileIsReported()
+    {
+        PreferenceStore store(u"/dev/null/Ravelo.conf"_s);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"Could not save the preferences"_s));
+        store.setString(Preferences::model, u"gpt-4o"_s);
     }
 
     void promptListFallsBackWithoutRepairing_data()
