@@ -31,8 +31,6 @@ public:
     bool hasTarget() override;
     void paste() override;
 
-    /// The window remembered last; none when there was none.
-
     /// How long the window may take to get the focus and the user to let go of the keys.
     static constexpr int focusLimitMs = 3000;
 
