@@ -147,16 +147,6 @@ bool HotkeyManager::isDoubleCopyMonitorActive() const
     return m_monitor->isActive() || m_ownerMonitor->isActive();
 }
 
-bool HotkeyManager::isKeyMonitorActive() const
-{
-    return m_monitor->isActive();
-}
-
-bool HotkeyManager::isOwnerMonitorActive() const
-{
-    return m_ownerMonitor->isActive();
-}
-
 bool HotkeyManager::readsClipboardText() const
 {
     return m_ownerMonitor->readsText();

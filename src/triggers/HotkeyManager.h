@@ -70,8 +70,6 @@ public:
 
     /// Whether either way of seeing a double copy is armed.
     bool isDoubleCopyMonitorActive() const;
-    bool isKeyMonitorActive() const;
-    bool isOwnerMonitorActive() const;
     /// Whether the trigger's own combination is taken.
     bool isHotkeyRegistered() const;
     bool isPromptHotkeyRegistered(const QUuid& promptId) const;
