@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -149,6 +150,15 @@ private slots:
         QFETCH(QVariant, expected);
         const PreferenceStore store(writeFile("[General]\n" + line + "\n"));
         QCOMPARE(store.value(QString::fromLatin1(line.left(line.indexOf('=')))), expected);
+    }
+
+    void promptListEditedByHandAsText()
+    {
+        const QList<Prompt> prompts{Prompt::create(1, u"Shorten"_s, u"Make it short."_s)};
+        QSettings(m_path, QSettings::IniFormat)
+            .setValue(u"userPrompts"_s, QString::fromUtf8(Prompt::encodeList(prompts)));
+        const PreferenceStore store(m_path);
+        QCOMPARE(PromptStore::load(store), prompts);
     }
 
     // Read back by another store, the file is owner-only and nothing of its atomic
