@@ -1,0 +1,47 @@
+// Moving and selecting in the answer with the keyboard, a character at a time, where some
+// characters are two UTF-16 units.
+#include "panel/TextRunView.h"
+
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestTextRunView : public QObject {
+    Q_OBJECT
+
+private slots:
+    void shiftArrowsSelectWholeCharacters_data()
+    {
+        QTest::addColumn<QList<int>>("keys"); // Qt::Key_Right or Qt::Key_Left, with Shift
+        QTest::addColumn<QString>("selected");
+        QTest::newRow("one right") << QList<int>{Qt::Key_Right} << u"a"_s;
+        QTest::newRow("over the emoji") << QList<int>{Qt::Key_Right, Qt::Key_Right} << u"a😀"_s;
+        QTest::newRow("to the end and beyond")
+            << QList<int>{Qt::Key_Right, Qt::Key_Right, Qt::Key_Right, Qt::Key_Right, Qt::Key_Right}
+            << u"a😀bc"_s;
+        QTest::newRow("back over the emoji")
+            << QList<int>{Qt::Key_Right, Qt::Key_Right, Qt::Key_Right, Qt::Key_Left, Qt::Key_Left}
+            << u"a"_s;
+    }
+
+    void shiftArrowsSelectWholeCharacters()
+    {
+        QFETCH(QList<int>, keys);
+        QFETCH(QString, selected);
+        TextRunView view;
+        view.setWidth(400);
+        view.reset(u"a😀bc"_s);
+        view.select(0, 0);
+        for (const int key : keys) {
+            QKeyEvent press(QEvent::KeyPress, key, Qt::ShiftModifier);
+            QCoreApplication::sendEvent(&view, &press);
+            QVERIFY(press.isAccepted());
+        }
+        QCOMPARE(view.selectedText(), selected);
+    }
+};
+
+QTEST_MAIN(TestTextRunView)
+#include "tst_textrunview.moc"
