@@ -69,6 +69,33 @@ private slots:
         }
     }
 
+    void startWithoutAWorkingApplicationProgramSaysWhy_data()
+    {
+        QTest::addColumn<QByteArray>("besideIt"); // the text of a ravelo-gui next to ravelo
+        QTest::addColumn<QByteArray>("message");
+        QTest::newRow("missing") << QByteArray() << QByteArray("is neither beside");
+        QTest::newRow("damaged") << QByteArray("not a program") << QByteArray("cannot start");
+    }
+
+    void startWithoutAWorkingApplicationProgramSaysWhy()
+    {
+        QFETCH(QByteArray, besideIt);
+        QFETCH(QByteArray, message);
+        QTemporaryDir alone;
+        QVERIFY(QFile::copy(raveloBinary(), alone.filePath(QStringLiteral("ravelo"))));
+        if (!besideIt.isEmpty()) {
+            QFile program(alone.filePath(QStringLiteral("ravelo-gui")));
+            QVERIFY(program.open(QIODevice::WriteOnly));
+            program.write(besideIt);
+            QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        }
+        QProcess process;
+        process.start(alone.filePath(QStringLiteral("ravelo")), {});
+        QVERIFY(process.waitForFinished(20000));
+        QCOMPARE(process.exitCode(), 1);
+        QVERIFY(process.readAllStandardError().contains(message));
+    }
+
     // The commands that need no display load none of Qt's graphical libraries, also when they
     // only hand over to the running instance.
     void commandsLoadNoGraphicalLibrary_data()
