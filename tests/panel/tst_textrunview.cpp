@@ -41,6 +41,18 @@ private slots:
         }
         QCOMPARE(view.selectedText(), selected);
     }
+
+    // A press above the text selects from its start, below it to its end.
+    void positionsOutsideTheText()
+    {
+        TextRunView view;
+        view.setWidth(400);
+        QCOMPARE(view.positionAt(50, 5), 0);
+        view.reset(u"first line\nsecond line"_s);
+        QCOMPARE(view.positionAt(50, -5), 0);
+        QCOMPARE(view.positionAt(50, 100000), 22);
+        QCOMPARE_GT(view.positionAt(50, 1), 0);
+    }
 };
 
 QTEST_MAIN(TestTextRunView)
