@@ -122,6 +122,24 @@ private slots:
         QCOMPARE(result, (Seen{{keyCode, mask}, {keyCode, 0}}));
     }
 
+    // Moved to another modifier by the user, Super still reads as Super.
+    void superOnAnotherModifier()
+    {
+        QSignalSpy changed(X11Connection::shared().get(), &X11Connection::keymapChanged);
+        QCOMPARE(QProcess::execute(u"xmodmap"_s,
+                                   {u"-e"_s, u"clear mod4"_s, u"-e"_s, u"add mod3 = Super_L"_s}),
+                 0);
+        QVERIFY(changed.wait(5000));
+        m_keyboard.refreshMapping();
+        m_spy.clear();
+        m_keyboard.press(m_keyboard.keycode(XKB_KEY_Super_L));
+        m_keyboard.tap(XKB_KEY_space);
+        m_keyboard.release(m_keyboard.keycode(XKB_KEY_Super_L));
+        const Seen result = seen();
+        QVERIFY(setLayout({u"us"_s}));
+        QCOMPARE(result, (Seen{{49u, 4096u}}));
+    }
+
     // Modifier keys alone report nothing; repeated key-downs are each reported.
     void keyDownsOfOtherKeys()
     {
