@@ -56,6 +56,8 @@ private slots:
         m_keyboard.createFocusedWindow();
         QVERIFY(m_monitor.start());
         QVERIFY(m_monitor.isActive());
+        // Every preference write arms the triggers again.
+        QVERIFY(m_monitor.start());
     }
 
     void cleanup()
