@@ -42,6 +42,17 @@ private slots:
         QCOMPARE(view.selectedText(), selected);
     }
 
+    void ctrlShiftLeftStopsAtTheWordStart()
+    {
+        TextRunView view;
+        view.setWidth(400);
+        view.reset(u"one two"_s);
+        view.select(5, 5);
+        QKeyEvent press(QEvent::KeyPress, Qt::Key_Left, Qt::ControlModifier | Qt::ShiftModifier);
+        QCoreApplication::sendEvent(&view, &press);
+        QCOMPARE(view.selectedText(), u"t"_s);
+    }
+
     // A press above the text selects from its start, below it to its end.
     void positionsOutsideTheText()
     {
