@@ -41,8 +41,6 @@ class TestX11PasteTarget : public QObject {
         });
     }
 
-    void sync() { std::free(xcb_get_input_focus_reply(c(), xcb_get_input_focus(c()), nullptr)); }
-
     xcb_window_t focusedWindow()
     {
         XcbReply<xcb_get_input_focus_reply_t> reply(
@@ -73,7 +71,6 @@ private slots:
         m_root = ravelo::screenRoot(c(), 0);
         m_windows[0] = createWindow();
         m_windows[1] = createWindow();
-        sync();
     }
 
     void comesBackToTheWindowThatWasActive_data()
