@@ -172,6 +172,7 @@ Item {
         }
 
         FormSection {
+            objectName: "permissionSection"
             visible: tab.permissionMissing
             Layout.fillWidth: true
 

@@ -499,6 +499,9 @@ void TestSettingsView::hotkeyTabStopsClearsAndStoresTheSwitch()
     QVERIFY(harness.store.contains(Preferences::useDoubleCopy));
     QCOMPARE(harness.store.boolean(Preferences::useDoubleCopy), false);
 
+    // The permission's box lines up with the boxes above it.
+    const QQuickItem* section = findItem(view.get(), "permissionSection");
+    QCOMPARE(section->width(), section->parentItem()->width());
     click(findItem(view.get(), "accessibilityButton"));
     QCOMPARE(trust.requests, 1);
     trust.trusted = true;
