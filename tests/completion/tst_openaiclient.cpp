@@ -326,6 +326,19 @@ private slots:
         QCOMPARE(outcome.errors.size(), 0);
     }
 
+    // A server that keeps the connection open has answered once the announced length is in.
+    void lengthEndsTheAnswerOnAnOpenConnection()
+    {
+        ChatServer server;
+        ChatResponse response =
+            ChatResponse::error(503, R"({"error":{"message":"Try again later"}})");
+        response.ending = ChatResponse::Ending::Stall;
+        server.enqueue(response);
+        Outcome outcome(start(server.baseUrl()));
+        QTRY_COMPARE(outcome.errors.size(), 1);
+        QVERIFY2(outcome.error().contains(u"Try again later"_s), qPrintable(outcome.error()));
+    }
+
     // The first fragment is heard before the second is sent; a listener that stops then hears
     // nothing more, but the transfer still completes.
     void fragmentsArriveAsTheyAreSent_data()
