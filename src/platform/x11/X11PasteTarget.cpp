@@ -64,8 +64,9 @@ X11PasteTarget::X11PasteTarget(ravelo::XcbConnection connection, int screenNumbe
     m_deadline.setSingleShot(true);
     m_deadline.setInterval(focusLimitMs);
     connect(&m_deadline, &QTimer::timeout, this, [this] {
-        finish(false, focusIsOnTarget() ? QStringLiteral("keys were still held down")
-                                        : QStringLiteral("the window did not take the focus"));
+        finish(false, focusIsOnTarget()
+                          ? QStringLiteral("keys were still held down (keycode %1)").arg(m_heldKey)
+                          : QStringLiteral("the window did not take the focus"));
     });
     m_keysReleased.setInterval(keysPollMs);
     connect(&m_keysReleased, &QTimer::timeout, this, &X11PasteTarget::advance);
@@ -289,6 +290,7 @@ void X11PasteTarget::advance()
     for (int keycode = 8; keycode < 256; ++keycode) {
         if (isDown(*keymap, xcb_keycode_t(keycode)) &&
             std::find(modifiers.cbegin(), modifiers.cend(), keycode) == modifiers.cend()) {
+            m_heldKey = xcb_keycode_t(keycode);
             m_keysReleased.start();
             return;
         }

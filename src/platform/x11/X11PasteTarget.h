@@ -61,6 +61,8 @@ private:
     std::optional<xcb_get_property_cookie_t> m_activeCookie;
     xcb_get_input_focus_cookie_t m_focusCookie = {};
     bool m_pasting = false;
+    /// The last key found down that keeps the paste waiting.
+    xcb_keycode_t m_heldKey = 0;
     std::unique_ptr<QSocketNotifier> m_notifier;
     QTimer m_deadline;
     /// While the focus is there but keys are still held: how often to look again.
