@@ -54,7 +54,7 @@ public:
     void centerAndShow();
     /// From a trigger on, keys typed before the panel is shown and focused are the panel's:
     /// they never reach the application that had the focus. Let go once the panel has the
-    /// focus, is hidden, `releaseKeyboard` is called, or after a second at most.
+    /// focus, is hidden, `releaseKeyboard` is called, or after three seconds at most.
     void holdKeyboard();
     /// For a trigger that shows nothing after all; keys held so far are dropped.
     void releaseKeyboard();

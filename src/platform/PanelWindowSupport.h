@@ -34,7 +34,7 @@ public:
     virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
 
     /// Keeps keys typed while the window is being shown and focused from reaching the
-    /// application that had the focus: until `releaseKeyboard`, or a second at most, they are
+    /// application that had the focus: until `releaseKeyboard`, or three seconds at most, they are
     /// delivered to `window`. Call before showing it.
     virtual void holdKeyboard(QWindow* window) { Q_UNUSED(window); }
     virtual void releaseKeyboard() {}

@@ -30,7 +30,7 @@ constexpr uint32_t netWmStateAdd = 1;
 // Another client's grab (the hotkey's, while its key is down) is asked again this often.
 constexpr int keyboardGrabRetryMs = 10;
 // The window manager focuses a new window within this; the keyboard is never held longer.
-constexpr int keyboardHoldLimitMs = 1000;
+constexpr int keyboardHoldLimitMs = 3000;
 
 } // namespace
 
