@@ -64,9 +64,11 @@ X11PasteTarget::X11PasteTarget(ravelo::XcbConnection connection, int screenNumbe
     m_deadline.setSingleShot(true);
     m_deadline.setInterval(focusLimitMs);
     connect(&m_deadline, &QTimer::timeout, this, [this] {
-        finish(false, focusIsOnTarget()
-                          ? QStringLiteral("keys were still held down (keycode %1)").arg(m_heldKey)
-                          : QStringLiteral("the window did not take the focus"));
+        if (focusIsOnTarget()) {
+            finish(false, QStringLiteral("keys were still held down (keycode %1)").arg(m_heldKey));
+        } else {
+            finish(false, QStringLiteral("the window did not take the focus"));
+        }
     });
     m_keysReleased.setInterval(keysPollMs);
     connect(&m_keysReleased, &QTimer::timeout, this, &X11PasteTarget::advance);
