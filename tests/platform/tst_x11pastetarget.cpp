@@ -4,8 +4,11 @@
 #include "platform/x11/X11PasteTarget.h"
 
 #include <QGuiApplication>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <xcb/xtest.h>
 
 #include <map>
 
@@ -20,13 +23,13 @@ class TestX11PasteTarget : public QObject {
 
     xcb_connection_t* c() const { return m_connection.get(); }
 
-    xcb_window_t createWindow()
+    xcb_window_t createWindow(xcb_window_t parent = XCB_NONE)
     {
         const xcb_window_t window = xcb_generate_id(c());
         const uint32_t events = XCB_EVENT_MASK_KEY_PRESS;
-        xcb_create_window(c(), XCB_COPY_FROM_PARENT, window, m_root, 0, 0, 100, 100, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
-                          &events);
+        xcb_create_window(c(), XCB_COPY_FROM_PARENT, window, parent ? parent : m_root, 0, 0, 100,
+                          100, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                          XCB_CW_EVENT_MASK, &events);
         xcb_map_window(c(), window);
         return window;
     }
@@ -120,6 +123,43 @@ private slots:
         QCOMPARE(focusedWindow(), m_windows[expected]);
         QVERIFY(QTest::qWaitFor([&] { return controlPressesIn(m_windows[expected]) == 1; }));
         QCOMPARE(controlPressesIn(m_windows[1 - expected]), 0);
+    }
+
+    // The application may hand the focus on to a window inside its own while the paste waits
+    // for a key to be let go: the paste goes there.
+    void pastesIntoAWindowInsideTheTarget()
+    {
+        xcb_delete_property(c(), m_root, ravelo::atom(c(), "_NET_ACTIVE_WINDOW"));
+        const xcb_window_t inner = createWindow(m_windows[0]);
+        QVERIFY(focus(m_windows[0]));
+        const std::unique_ptr<X11PasteTarget> target = X11PasteTarget::create();
+        QVERIFY(target);
+        target->rememberActiveWindow();
+        QVERIFY(target->hasTarget());
+        QVERIFY(focus(XCB_INPUT_FOCUS_POINTER_ROOT));
+        controlPressesIn(XCB_NONE);
+        m_controlPresses.clear();
+
+        const auto keyA = [this](uint8_t type) {
+            xcb_test_fake_input(c(), type, 38, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+            xcb_flush(c());
+        };
+        keyA(XCB_KEY_PRESS);
+        bool held = true;
+        const auto letGo = qScopeGuard([&] {
+            if (held) {
+                keyA(XCB_KEY_RELEASE);
+            }
+        });
+        QSignalSpy pasted(target.get(), &PasteTarget::pasted);
+        target->paste();
+        QTRY_COMPARE(focusedWindow(), m_windows[0]);
+        QVERIFY(focus(inner));
+        keyA(XCB_KEY_RELEASE);
+        held = false;
+        QTRY_COMPARE(pasted.size(), 1);
+        QVERIFY(QTest::qWaitFor([&] { return controlPressesIn(inner) == 1; }));
+        xcb_destroy_window(c(), inner);
     }
 };
 
