@@ -131,6 +131,7 @@ private slots:
     {
         xcb_delete_property(c(), m_root, ravelo::atom(c(), "_NET_ACTIVE_WINDOW"));
         const xcb_window_t inner = createWindow(m_windows[0]);
+        const auto dropInner = qScopeGuard([&] { xcb_destroy_window(c(), inner); });
         QVERIFY(focus(m_windows[0]));
         const std::unique_ptr<X11PasteTarget> target = X11PasteTarget::create();
         QVERIFY(target);
@@ -159,7 +160,6 @@ private slots:
         held = false;
         QTRY_COMPARE(pasted.size(), 1);
         QVERIFY(QTest::qWaitFor([&] { return controlPressesIn(inner) == 1; }));
-        xcb_destroy_window(c(), inner);
     }
 };
 

@@ -153,6 +153,7 @@ void X11PasteTarget::paste()
     // The panel hides first: its unmapping goes out from Qt's connection before the
     // activation goes out from this one.
     m_pasting = true;
+    m_heldKey = 0;
     m_keysReleased.stop();
     m_deadline.start();
     QTimer::singleShot(0, this, [this] {
