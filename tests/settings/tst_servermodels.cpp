@@ -59,9 +59,7 @@ private slots:
         QCOMPARE(models.status(), status.arg(server.port()));
         QCOMPARE(server.requests().size(), 1);
         const RecordedRequest& request = server.requests().first();
-        QCOMPARE(request.method, QByteArray("GET"));
         QCOMPARE(request.path, QByteArray("/v1/models"));
-        QCOMPARE(request.body, QByteArray());
         if (key.isEmpty()) {
             QVERIFY(!request.hasHeader("Authorization"));
         } else {
