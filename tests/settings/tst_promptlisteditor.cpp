@@ -175,7 +175,6 @@ void TestPromptListEditor::hotkeyDisplay_data()
     QTest::addColumn<qint64>("modifiers");
     QTest::addColumn<QString>("display");
 
-    QTest::newRow("nothing stored") << qint64(0) << qint64(0) << u"Not set"_s;
     QTest::newRow("code 0 with modifiers") << qint64(0) << qint64(768) << u"Not set"_s;
     QTest::newRow("Command+Shift+Space") << qint64(49) << qint64(768) << u"Ctrl+Shift+Space"_s;
     QTest::newRow("bits the recorder never writes")

@@ -416,7 +416,6 @@ void TestSettingsView::hotkeyTabRecordsStopsAndClears()
     QQuickItem* toggle = findItem(view.get(), "doubleCopySwitch");
     QVERIFY(toggle->property("checked").toBool());
     QVERIFY(!harness.store.contains(Preferences::useDoubleCopy));
-    QCOMPARE(toggle->property("text").toString(), u"Ctrl+C, C (double copy)"_s);
     click(toggle);
     QVERIFY(harness.store.contains(Preferences::useDoubleCopy));
     QCOMPARE(harness.store.boolean(Preferences::useDoubleCopy), false);
@@ -438,7 +437,6 @@ void TestSettingsView::hotkeyTabRecordsStopsAndClears()
     QTest::keyClick(view.get(), Qt::Key_Space);
     QTest::keyClick(view.get(), Qt::Key_Escape);
     QVERIFY(!harness.store.contains(Preferences::customHotkeyKeyCode));
-    QCOMPARE(button->property("text").toString(), u"Press keys\u2026"_s);
     QTest::keyClick(view.get(), Qt::Key_Space, Qt::ControlModifier | Qt::ShiftModifier);
     QCOMPARE(harness.store.integer(Preferences::customHotkeyKeyCode), 49);
     QCOMPARE(harness.store.integer(Preferences::customHotkeyModifiers), 768);
