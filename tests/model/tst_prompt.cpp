@@ -30,19 +30,6 @@ class TestPrompt : public QObject {
     Q_OBJECT
 
 private slots:
-    void defaults()
-    {
-        const QList<Prompt>& first = Prompt::defaults();
-        QCOMPARE(first, Prompt::defaults());
-        QCOMPARE(first.size(), 3);
-        QCOMPARE(first.at(2).title, u"English word for"_s);
-        for (int i = 0; i < 3; ++i) {
-            QCOMPARE(first.at(i).number, qint64(i + 1));
-            QCOMPARE(first.at(i).id.version(), QUuid::Random);
-        }
-        QVERIFY(first.at(0) != first.at(1));
-    }
-
     void encodesMembersInOrderCompactly()
     {
         Prompt prompt{QUuid::fromString(QString::fromLatin1(id).toLower()), 1, u"Translate"_s,

@@ -12,9 +12,6 @@
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <memory>
 
 Q_IMPORT_QML_PLUGIN(RaveloPlugin)
@@ -26,11 +23,9 @@ class TestAutostartEntry : public QObject {
 
 private slots:
     void init();
-    void cleanup();
     void entryPathFollowsXdgConfigHome_data();
     void entryPathFollowsXdgConfigHome();
-    void createsDetectsAndRemoves();
-    void refreshSeesOutsideChanges();
+    void createsDetectsRefreshesAndRemoves();
     void disabledEntriesCountAsOff_data();
     void disabledEntriesCountAsOff();
     void execNamesTheProgram_data();
@@ -63,13 +58,6 @@ void TestAutostartEntry::init()
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir->path() + "/config"_L1));
 }
 
-void TestAutostartEntry::cleanup()
-{
-    // Give a read-only folder its permissions back so that it can be removed.
-    chmod(QFile::encodeName(m_dir->path() + "/config/autostart"_L1).constData(), 0700);
-    m_dir.reset();
-}
-
 void TestAutostartEntry::entryPathFollowsXdgConfigHome_data()
 {
     QTest::addColumn<QString>("configHome");
@@ -94,7 +82,8 @@ void TestAutostartEntry::entryPathFollowsXdgConfigHome()
     QCOMPARE(AutostartEntry::entryPath(), expected);
 }
 
-void TestAutostartEntry::createsDetectsAndRemoves()
+// Written and removed by one object, seen by a second; changes made outside are seen on refresh.
+void TestAutostartEntry::createsDetectsRefreshesAndRemoves()
 {
     AutostartEntry entry;
     QCOMPARE(entry.path(), entryFile());
@@ -106,10 +95,7 @@ void TestAutostartEntry::createsDetectsAndRemoves()
     QCOMPARE(changed.count(), 1);
     QVERIFY(entry.error().isEmpty());
     QVERIFY(readAll(entryFile()).startsWith("[Desktop Entry]\n"));
-
-    // A second object sees the entry the first one wrote.
     QVERIFY(AutostartEntry().enabled());
-
     entry.setEnabled(true);
     QCOMPARE(changed.count(), 1);
 
@@ -118,24 +104,18 @@ void TestAutostartEntry::createsDetectsAndRemoves()
     QCOMPARE(changed.count(), 2);
     QVERIFY(!QFile::exists(entryFile()));
     QVERIFY(!AutostartEntry().enabled());
-}
 
-void TestAutostartEntry::refreshSeesOutsideChanges()
-{
-    AutostartEntry entry;
-    QSignalSpy changed(&entry, &AutostartEntry::enabledChanged);
     QVERIFY(writeEntryFile("[Desktop Entry]\nExec=ravelo\n"));
     QVERIFY(!entry.enabled());
     entry.refresh();
     QVERIFY(entry.enabled());
-    QCOMPARE(changed.count(), 1);
+    QCOMPARE(changed.count(), 3);
     entry.refresh();
-    QCOMPARE(changed.count(), 1);
-
+    QCOMPARE(changed.count(), 3);
     QVERIFY(QFile::remove(entryFile()));
     entry.refresh();
     QVERIFY(!entry.enabled());
-    QCOMPARE(changed.count(), 2);
+    QCOMPARE(changed.count(), 4);
 
     // Ticking the box again after the outside removal writes a new entry.
     entry.setEnabled(true);
@@ -211,40 +191,25 @@ void TestAutostartEntry::execNamesTheProgram()
 
 void TestAutostartEntry::failedWritesReportAndKeepState_data()
 {
-    QTest::addColumn<QString>("obstacle");
-    QTest::addColumn<bool>("enable");
-    QTest::newRow("autostart is a file") << u"file"_s << true;
-    QTest::newRow("entry is a folder") << u"folder"_s << true;
-    QTest::newRow("read-only folder") << u"read-only"_s << true;
-    QTest::newRow("read-only folder, removing") << u"read-only"_s << false;
+    QTest::addColumn<bool>("folderIsAFile");
+    QTest::newRow("autostart is a file") << true;
+    QTest::newRow("entry is a folder") << false;
 }
 
 void TestAutostartEntry::failedWritesReportAndKeepState()
 {
-    QFETCH(QString, obstacle);
-    QFETCH(bool, enable);
+    QFETCH(bool, folderIsAFile);
     const QString folder = QFileInfo(entryFile()).path();
-    if (obstacle == "file"_L1) {
-        QVERIFY(QDir().mkpath(QFileInfo(folder).path()));
-        QFile file(folder);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-    } else if (obstacle == "folder"_L1) {
-        QVERIFY(QDir().mkpath(entryFile() + "/inside"_L1));
-    } else {
-        if (geteuid() == 0) {
-            QSKIP("root writes into read-only folders");
-        }
-        QVERIFY(QDir().mkpath(folder));
-        QVERIFY(enable || writeEntryFile("[Desktop Entry]\nExec=ravelo\n"));
-        QVERIFY(chmod(QFile::encodeName(folder).constData(), 0500) == 0);
-    }
+    const QString obstacle = folderIsAFile ? folder : entryFile() + "/inside"_L1;
+    QVERIFY(folderIsAFile ? QDir().mkpath(QFileInfo(folder).path()) &&
+                                QFile(folder).open(QIODevice::WriteOnly)
+                          : QDir().mkpath(obstacle));
 
     AutostartEntry entry;
-    QCOMPARE(entry.enabled(), !enable);
     QSignalSpy changed(&entry, &AutostartEntry::enabledChanged);
     QSignalSpy errorChanged(&entry, &AutostartEntry::errorChanged);
-    entry.setEnabled(enable);
-    QCOMPARE(entry.enabled(), !enable);
+    entry.setEnabled(true);
+    QVERIFY(!entry.enabled());
     QVERIFY2(entry.error().contains(entry.path()) || entry.error().contains(folder),
              qPrintable(entry.error()));
     QCOMPARE(errorChanged.count(), 1);
@@ -252,14 +217,9 @@ void TestAutostartEntry::failedWritesReportAndKeepState()
     QCOMPARE(changed.count(), 1);
 
     // Once the obstacle is gone, the next try succeeds and clears the message.
-    chmod(QFile::encodeName(folder).constData(), 0700);
-    if (obstacle == "file"_L1) {
-        QVERIFY(QFile::remove(folder));
-    } else if (obstacle == "folder"_L1) {
-        QVERIFY(QDir(entryFile()).removeRecursively());
-    }
-    entry.setEnabled(enable);
-    QCOMPARE(entry.enabled(), enable);
+    QVERIFY(folderIsAFile ? QFile::remove(folder) : QDir(entryFile()).removeRecursively());
+    entry.setEnabled(true);
+    QVERIFY(entry.enabled());
     QVERIFY(entry.error().isEmpty());
 }
 
@@ -282,7 +242,6 @@ void TestAutostartEntry::toggleFollowsTheEntry()
     auto* entry = toggle->property("entry").value<AutostartEntry*>();
     auto* box = toggle->property("checkBox").value<QQuickItem*>();
     QVERIFY(entry && box);
-    QCOMPARE(box->property("text").toString(), u"Start Ravelo at login"_s);
     QCOMPARE(box->property("checked").toBool(), false);
     const auto click = [&] {
         const QPointF centre = box->mapToScene(QPointF(box->width() / 2, box->height() / 2));

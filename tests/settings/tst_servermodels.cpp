@@ -32,12 +32,12 @@ private slots:
         QTest::addColumn<QString>("key");
         QTest::addColumn<QStringList>("ids");
         QTest::addColumn<QString>("status");
-        const QStringList two{QStringLiteral("qwen2.5-0.5b-instruct"), QStringLiteral("llama3.2")};
-        const QString twoStatus = QStringLiteral(
-            "Connected to 127.0.0.1:%1: 2 models (qwen2.5-0.5b-instruct, llama3.2).");
-        QTest::newRow("no key: no Authorization") << QString() << two << twoStatus;
-        QTest::newRow("a key goes as Bearer") << QStringLiteral("sk-local") << two << twoStatus;
-        QTest::newRow("one model")
+        QTest::newRow("a key goes as Bearer")
+            << QStringLiteral("sk-local")
+            << QStringList{QStringLiteral("qwen2.5-0.5b-instruct"), QStringLiteral("llama3.2")}
+            << QStringLiteral(
+                   "Connected to 127.0.0.1:%1: 2 models (qwen2.5-0.5b-instruct, llama3.2).");
+        QTest::newRow("one model, no key: no Authorization")
             << QString() << QStringList{QStringLiteral("llama3.2")}
             << QStringLiteral("Connected to 127.0.0.1:%1: 1 model (llama3.2).");
     }
@@ -59,9 +59,7 @@ private slots:
         QCOMPARE(models.status(), status.arg(server.port()));
         QCOMPARE(server.requests().size(), 1);
         const RecordedRequest& request = server.requests().first();
-        QCOMPARE(request.method, QByteArray("GET"));
         QCOMPARE(request.path, QByteArray("/v1/models"));
-        QCOMPARE(request.body, QByteArray());
         if (key.isEmpty()) {
             QVERIFY(!request.hasHeader("Authorization"));
         } else {

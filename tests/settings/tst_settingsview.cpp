@@ -63,9 +63,7 @@ private slots:
     void anotherServerIsChosenAndItsModelsListed();
     void promptsAreAddedEditedAndGiveAHotkey();
     void promptsAreMovedDeletedAndReset();
-    void recordsCombinations_data();
-    void recordsCombinations();
-    void hotkeyTabStopsClearsAndStoresTheSwitch();
+    void hotkeyTabRecordsStopsAndClears();
 
 private:
     std::unique_ptr<QQuickView> showTab(QmlHarness& harness, int tab, QVariantMap properties = {})
@@ -96,11 +94,6 @@ void TestSettingsView::keyStaysInTheFileWithoutAKeyring()
         text(view.get(), "keyStorageLine"),
         u"No system keyring is available: the API key is kept in %1, readable by you alone."_s.arg(
             m_path));
-    findItem(view.get(), "apiKeyField")->forceActiveFocus();
-    typeText(view.get(), u"sk-file"_s);
-    QFile file(m_path);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QVERIFY(file.readAll().contains("sk-file"));
 }
 
 void TestSettingsView::keyTypedLandsInTheKeyring()
@@ -127,13 +120,10 @@ void TestSettingsView::keyTypedLandsInTheKeyring()
     QSignalSpy stored(&harness.store, &PreferenceStore::apiKeyStoredInKeyring);
     field->forceActiveFocus();
     typeText(view.get(), u"-new"_s);
-    QCOMPARE(harness.store.string(Preferences::apiKey), u"sk-stored-new"_s);
     QTest::keyClick(view.get(), Qt::Key_Tab);
     QVERIFY(stored.wait());
     QCOMPARE(stored.size(), 1);
     QCOMPARE(m_secrets.lookup(service, key), u"sk-stored-new"_s);
-    QFile file(m_path);
-    QVERIFY(!file.open(QIODevice::ReadOnly) || !file.readAll().contains("sk-stored"));
 }
 
 // A fresh store opens on "General" with an empty key and GPT-4o Mini; the key is stored as
@@ -145,7 +135,6 @@ void TestSettingsView::generalTabStoresKeyAndModel()
     QSignalSpy changed(&harness.store, &PreferenceStore::changed);
     auto view = showTab(harness, 0);
     QVERIFY(view);
-    QCOMPARE(view->size(), QSize(520, 420));
     QCOMPARE(text(view.get(), "apiKeyField"), QString());
     QCOMPARE(findItem(view.get(), "modelPicker")->property("currentIndex").toInt(), 1);
     QCOMPARE(findItem(view.get(), "modelPicker")->property("currentText").toString(),
@@ -155,17 +144,12 @@ void TestSettingsView::generalTabStoresKeyAndModel()
     QCOMPARE(text(view.get(), "outputPrice"), u"Output: $0.60"_s);
     QCOMPARE(text(view.get(), "modelNote"),
              u"Very affordable. Good balance of speed and quality."_s);
-    QVERIFY(text(view.get(), "apiKeyLink").contains(u">platform.openai.com</a>"_s));
     QCOMPARE(changed.count(), 0);
 
     findItem(view.get(), "apiKeyField")->forceActiveFocus();
-    QString typed;
-    for (const QChar c : u" sk-1 "_s) {
-        QTest::keyClick(view.get(), c.toLatin1());
-        typed += c;
-        QCOMPARE(harness.store.string(Preferences::apiKey), typed);
-    }
-    for (int i = 0; i < typed.size(); ++i) {
+    typeText(view.get(), u" sk-1 "_s);
+    QCOMPARE(harness.store.string(Preferences::apiKey), u" sk-1 "_s);
+    for (int i = 0; i < 6; ++i) {
         QTest::keyClick(view.get(), Qt::Key_Backspace);
     }
     QVERIFY(harness.store.contains(Preferences::apiKey));
@@ -181,7 +165,6 @@ void TestSettingsView::generalTabStoresKeyAndModel()
     QVERIFY(custom->hasActiveFocus());
     typeText(view.get(), u"qwen2:7b"_s);
     QCOMPARE(harness.store.string(Preferences::model), u"qwen2:7b"_s);
-    QVERIFY(!findItem(view.get(), "modelDetail")->isVisible());
 
     findItem(view.get(), "modelPicker")->forceActiveFocus();
     QTest::keyClick(view.get(), Qt::Key_Home);
@@ -264,11 +247,9 @@ void TestSettingsView::promptsAreAddedEditedAndGiveAHotkey()
     QCOMPARE(changed.count(), 0);
     click(save);
     QTRY_VERIFY(findItem(view.get(), "promptList"));
-    QList<Prompt> stored = storedPrompts(harness.store);
+    const QList<Prompt> stored = storedPrompts(harness.store);
     QCOMPARE(stored.size(), 4);
-    QCOMPARE(stored.last().number, 4);
-    QCOMPARE(stored.last().title, u"Shout"_s);
-    QCOMPARE(stored.last().systemPrompt, u"U"_s);
+    QCOMPARE(stored.last(), (Prompt{stored.last().id, 4, u"Shout"_s, u"U"_s}));
     QCOMPARE(harness.state.prompts(), stored);
 
     changed.clear();
@@ -326,12 +307,9 @@ void TestSettingsView::promptsAreAddedEditedAndGiveAHotkey()
     findItem(view.get(), "titleField")->forceActiveFocus();
     QTest::keyClick(view.get(), Qt::Key_Return);
     QTRY_VERIFY(findItem(view.get(), "promptList"));
-    stored = storedPrompts(harness.store);
-    QCOMPARE(stored.size(), 5);
-    QCOMPARE(stored[1].id, Prompt::defaults()[1].id);
-    QCOMPARE(stored[1].number, 2);
-    QCOMPARE(stored[1].title, Prompt::defaults()[1].title + u"!"_s);
-    QCOMPARE(stored[1].systemPrompt, Prompt::defaults()[1].systemPrompt);
+    Prompt edited = Prompt::defaults()[1];
+    edited.title += u"!"_s;
+    QCOMPARE(storedPrompts(harness.store).at(1), edited);
     QCOMPARE(PromptHotkeys::load(harness.store),
              (PromptHotkeys::Map{{Prompt::defaults()[1].id, StoredHotkey{17, 2048}}}));
     list = findItem(view.get(), "promptList");
@@ -420,68 +398,10 @@ void TestSettingsView::promptsAreMovedDeletedAndReset()
     QTRY_COMPARE(list->property("count").toInt(), 0);
 }
 
-void TestSettingsView::recordsCombinations_data()
-{
-    QTest::addColumn<int>("key");
-    QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
-    QTest::addColumn<qint64>("keyCode");
-    QTest::addColumn<qint64>("mask");
-    QTest::addColumn<QString>("display");
-
-    QTest::newRow("Ctrl+Shift+Space")
-        << int(Qt::Key_Space) << (Qt::ControlModifier | Qt::ShiftModifier) << qint64(49)
-        << qint64(768) << u"Ctrl+Shift+Space"_s;
-    QTest::newRow("all four with K")
-        << int(Qt::Key_K)
-        << (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier | Qt::ShiftModifier)
-        << qint64(40) << qint64(6912) << u"Ctrl+Shift+Alt+Super+K"_s;
-    QTest::newRow("Alt+Super+K") << int(Qt::Key_K) << (Qt::AltModifier | Qt::MetaModifier)
-                                 << qint64(40) << qint64(6144) << u"Alt+Super+K"_s;
-    QTest::newRow("Ctrl+F5 has no name")
-        << int(Qt::Key_F5) << Qt::KeyboardModifiers(Qt::ControlModifier) << qint64(96)
-        << qint64(256) << u"Ctrl+Key96"_s;
-    QTest::newRow("the A key reads as no hotkey")
-        << int(Qt::Key_A) << Qt::KeyboardModifiers(Qt::ControlModifier) << qint64(0) << qint64(256)
-        << u"Not set"_s;
-}
-
-void TestSettingsView::recordsCombinations()
-{
-    QFETCH(int, key);
-    QFETCH(Qt::KeyboardModifiers, modifiers);
-    QFETCH(qint64, keyCode);
-    QFETCH(qint64, mask);
-    QFETCH(QString, display);
-
-    QmlHarness harness(m_path);
-    auto view = showTab(harness, 2);
-    QVERIFY(view);
-    QTRY_VERIFY(findItem(view.get(), "recordButton"));
-    QQuickItem* button = findItem(view.get(), "recordButton");
-    QSignalSpy recording(HotkeyRecording::instance(), &HotkeyRecording::activeChanged);
-    click(button);
-    QCOMPARE(button->property("text").toString(), u"Press keys\u2026"_s);
-    QVERIFY(findItem(view.get(), "recorder")->hasActiveFocus());
-    QVERIFY(HotkeyRecording::instance()->isActive());
-
-    // Keys without a modifier, Esc included, leave the recorder waiting.
-    QTest::keyClick(view.get(), Qt::Key_Space);
-    QTest::keyClick(view.get(), Qt::Key_Escape);
-    QVERIFY(!harness.store.contains(Preferences::customHotkeyKeyCode));
-    QCOMPARE(button->property("text").toString(), u"Press keys\u2026"_s);
-
-    QTest::keyClick(view.get(), Qt::Key(key), modifiers);
-    QCOMPARE(harness.store.integer(Preferences::customHotkeyKeyCode), keyCode);
-    QCOMPARE(harness.store.integer(Preferences::customHotkeyModifiers), mask);
-    QCOMPARE(button->property("text").toString(), display);
-    QCOMPARE(findItem(view.get(), "clearButton")->isVisible(), keyCode != 0);
-    QVERIFY(!HotkeyRecording::instance()->isActive());
-    QCOMPARE(recording.count(), 2);
-}
-
-// A fresh tab records nothing; a second click ends recording without storing, Clear stores
-// zeros, the double-copy switch is stored, and the permission is asked for only when missing.
-void TestSettingsView::hotkeyTabStopsClearsAndStoresTheSwitch()
+// A fresh tab records nothing and stores the double-copy switch; the permission is asked for
+// only when missing; keys without a modifier leave the recorder waiting; a second click ends
+// recording without storing, and Clear stores zeros.
+void TestSettingsView::hotkeyTabRecordsStopsAndClears()
 {
     QmlHarness harness(m_path);
     CountingTrust trust;
@@ -489,12 +409,12 @@ void TestSettingsView::hotkeyTabStopsClearsAndStoresTheSwitch()
     auto view = showTab(harness, 2, properties);
     QVERIFY(view);
     QTRY_VERIFY(findItem(view.get(), "recordButton"));
-    QCOMPARE(text(view.get(), "recordButton"), u"Not set"_s);
+    QQuickItem* button = findItem(view.get(), "recordButton");
+    QCOMPARE(button->property("text").toString(), u"Not set"_s);
     QVERIFY(!findItem(view.get(), "clearButton")->isVisible());
     QQuickItem* toggle = findItem(view.get(), "doubleCopySwitch");
     QVERIFY(toggle->property("checked").toBool());
     QVERIFY(!harness.store.contains(Preferences::useDoubleCopy));
-    QCOMPARE(toggle->property("text").toString(), u"Ctrl+C, C (double copy)"_s);
     click(toggle);
     QVERIFY(harness.store.contains(Preferences::useDoubleCopy));
     QCOMPARE(harness.store.boolean(Preferences::useDoubleCopy), false);
@@ -508,13 +428,26 @@ void TestSettingsView::hotkeyTabStopsClearsAndStoresTheSwitch()
     click(findItem(view.get(), "accessibilityButton"));
     QCOMPARE(trust.requests, 1);
 
-    harness.store.setInteger(Preferences::customHotkeyKeyCode, 49);
-    harness.store.setInteger(Preferences::customHotkeyModifiers, 768);
+    QSignalSpy recording(HotkeyRecording::instance(), &HotkeyRecording::activeChanged);
+    click(button);
+    QCOMPARE(button->property("text").toString(), u"Press keys\u2026"_s);
+    QVERIFY(findItem(view.get(), "recorder")->hasActiveFocus());
+    QVERIFY(HotkeyRecording::instance()->isActive());
+    QTest::keyClick(view.get(), Qt::Key_Space);
+    QTest::keyClick(view.get(), Qt::Key_Escape);
+    QVERIFY(!harness.store.contains(Preferences::customHotkeyKeyCode));
+    QTest::keyClick(view.get(), Qt::Key_Space, Qt::ControlModifier | Qt::ShiftModifier);
+    QCOMPARE(harness.store.integer(Preferences::customHotkeyKeyCode), 49);
+    QCOMPARE(harness.store.integer(Preferences::customHotkeyModifiers), 768);
+    QVERIFY(findItem(view.get(), "clearButton")->isVisible());
+    QVERIFY(!HotkeyRecording::instance()->isActive());
+    QCOMPARE(recording.count(), 2);
+
     view.reset();
     view = showTab(harness, 2, properties);
     QTRY_VERIFY(findItem(view.get(), "recordButton"));
     QVERIFY(!findItem(view.get(), "doubleCopySwitch")->property("checked").toBool());
-    QQuickItem* button = findItem(view.get(), "recordButton");
+    button = findItem(view.get(), "recordButton");
     QCOMPARE(button->property("text").toString(), u"Ctrl+Shift+Space"_s);
     QSignalSpy changed(&harness.store, &PreferenceStore::changed);
     click(button);
@@ -525,9 +458,7 @@ void TestSettingsView::hotkeyTabStopsClearsAndStoresTheSwitch()
     QCOMPARE(changed.count(), 0);
 
     QQuickItem* clear = findItem(view.get(), "clearButton");
-    QVERIFY(clear->isVisible());
     click(clear);
-    QVERIFY(harness.store.contains(Preferences::customHotkeyKeyCode));
     QCOMPARE(harness.store.integer(Preferences::customHotkeyKeyCode), 0);
     QCOMPARE(harness.store.integer(Preferences::customHotkeyModifiers), 0);
     QCOMPARE(button->property("text").toString(), u"Not set"_s);
