@@ -95,22 +95,6 @@ private slots:
                  QByteArray("Bearer sk-in-keyring"));
     }
 
-    void firstRunShowsTheWalkthroughAndArmsOnFirstWrite()
-    {
-        m_state = std::make_unique<AppState>(m_preferences.get());
-        m_delegate = std::make_unique<AppDelegate>(m_state.get());
-        QSignalSpy onboarding(m_delegate.get(), &AppDelegate::onboardingRequested);
-        m_delegate->applicationDidFinishLaunching();
-        QCOMPARE(onboarding.size(), 1);
-        QVERIFY(!manager()->isDoubleCopyMonitorActive());
-        QVERIFY(!manager()->onTrigger);
-
-        // The walkthrough's first write (the API key field) already arms the triggers.
-        m_preferences->setString(Preferences::apiKey, QStringLiteral("sk-1"));
-        QVERIFY(manager()->isDoubleCopyMonitorActive());
-        QVERIFY(manager()->onTrigger);
-    }
-
     // Launch arms what is stored; every write re-arms, except while a hotkey is recorded.
     void armingFollowsTheStoredSettings()
     {

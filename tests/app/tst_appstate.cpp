@@ -37,9 +37,6 @@ void TestAppState::creationSeedsAnEmptyStore()
     AppState state(&store);
     QCOMPARE(state.prompts(), Prompt::defaults());
     QCOMPARE(store.data(Preferences::userPrompts), Prompt::encodeList(Prompt::defaults()));
-    QCOMPARE(state.clipboardText(), QString());
-    QCOMPARE(state.lastCustomPromptText(), std::nullopt);
-    QVERIFY(!state.isLoading());
 }
 
 void TestAppState::creationKeepsUnreadablePrompts()

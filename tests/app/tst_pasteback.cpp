@@ -19,6 +19,12 @@ namespace {
 /// The test's text field in a process of its own, as its reports tell it.
 class TextField {
 public:
+    struct State {
+        QString text;
+        QString window;
+        bool active = false;
+    };
+
     explicit TextField(const QString& text)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -26,28 +32,24 @@ public:
         m_process.setProcessEnvironment(environment);
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(qEnvironmentVariable("RAVELO_TEXT_FIELD"), {text});
-        m_text = text;
+        m_state.text = text;
     }
-    ~TextField()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
+    ~TextField() { close(); }
 
-    QString text()
+    const State& read()
     {
-        read();
-        return m_text;
-    }
-    bool isActive()
-    {
-        read();
-        return m_active;
-    }
-    QString window()
-    {
-        read();
-        return m_window;
+        while (m_process.canReadLine()) {
+            const QByteArray line = m_process.readLine().trimmed();
+            if (line.startsWith("text ")) {
+                m_state.text =
+                    QJsonDocument::fromJson("[" + line.mid(5) + "]").array().at(0).toString();
+            } else if (line.startsWith("active ")) {
+                m_state.active = line.endsWith('1');
+            } else if (line.startsWith("window ")) {
+                m_state.window = QString::fromLatin1(line.mid(7));
+            }
+        }
+        return m_state;
     }
     void close()
     {
@@ -56,24 +58,8 @@ public:
     }
 
 private:
-    void read()
-    {
-        while (m_process.canReadLine()) {
-            const QByteArray line = m_process.readLine().trimmed();
-            if (line.startsWith("text ")) {
-                m_text = QJsonDocument::fromJson("[" + line.mid(5) + "]").array().at(0).toString();
-            } else if (line.startsWith("active ")) {
-                m_active = line.endsWith('1');
-            } else if (line.startsWith("window ")) {
-                m_window = QString::fromLatin1(line.mid(7));
-            }
-        }
-    }
-
     QProcess m_process;
-    QString m_text;
-    QString m_window;
-    bool m_active = false;
+    State m_state;
 };
 
 QString activeWindow()
@@ -112,7 +98,7 @@ private:
     /// The text field, focused, with its text copied the way a user copies it.
     bool copyInField(TextField& field, const QString& text)
     {
-        if (!QTest::qWaitFor([&] { return field.isActive(); }, 10000)) {
+        if (!QTest::qWaitFor([&] { return field.read().active; }, 10000)) {
             return false;
         }
         return DesktopSession::key(QStringLiteral("ctrl+c")) &&
@@ -164,7 +150,7 @@ private slots:
         TextField field(QStringLiteral("Hallo Welt"));
         QVERIFY(copyInField(field, QStringLiteral("Hallo Welt")));
         QVERIFY2(runPrompt("Hello world"), m_ravelo.log().constData());
-        QTRY_VERIFY(!field.isActive());
+        QTRY_VERIFY(!field.read().active);
 
         if (holdCtrl) {
             QVERIFY(DesktopSession::xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl")}));
@@ -179,14 +165,14 @@ private slots:
                     DesktopSession::xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl")});
                 }
             });
-            QTRY_VERIFY2_WITH_TIMEOUT(field.text() == QStringLiteral("Hello world"),
+            QTRY_VERIFY2_WITH_TIMEOUT(field.read().text == QStringLiteral("Hello world"),
                                       m_ravelo.readLog().constData(), 5000);
             QVERIFY(m_ravelo.logged("Answer pasted"));
         }
-        QTRY_VERIFY(field.isActive());
-        QCOMPARE(activeWindow(), field.window());
+        QTRY_VERIFY(field.read().active);
+        QCOMPARE(activeWindow(), field.read().window);
         QVERIFY(DesktopSession::type(QStringLiteral("!")));
-        QTRY_COMPARE(field.text(), QStringLiteral("Hello world!"));
+        QTRY_COMPARE(field.read().text, QStringLiteral("Hello world!"));
         QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Hello world"));
     }
 
@@ -208,8 +194,8 @@ private slots:
         QVERIFY(copyInField(field, QStringLiteral("Short lived")));
         if (preferences) {
             QCOMPARE(runRavelo({QStringLiteral("preferences")}).exitCode, 0);
-            QTRY_VERIFY_WITH_TIMEOUT(!field.isActive(), 10000);
-            QTRY_VERIFY(activeWindow() != field.window());
+            QTRY_VERIFY_WITH_TIMEOUT(!field.read().active, 10000);
+            QTRY_VERIFY(activeWindow() != field.read().window);
         }
         QVERIFY2(runPrompt("Copied only"), m_ravelo.log().constData());
         if (!preferences) {
@@ -219,7 +205,7 @@ private slots:
         QVERIFY(m_ravelo.logged("there is no window to paste it into"));
         QVERIFY(m_ravelo.logged("Panel closed"));
         QCOMPARE(DesktopSession::pasteInOtherApplication(), QStringLiteral("Copied only"));
-        QCOMPARE(field.text(), QStringLiteral("Short lived"));
+        QCOMPARE(field.read().text, QStringLiteral("Short lived"));
     }
 
     // Where Ravelo cannot type into other applications, Ctrl+V copies, says so and closes.
