@@ -66,13 +66,9 @@ QString drawingFault(const QImage& image, const QRect& card, bool shadows)
     const int corner = image.pixelColor(2, 2).alpha();
     const int above = image.pixelColor(card.left() + 100, card.top() - 40).alpha();
     const int below = image.pixelColor(card.left() + 100, card.bottom() + 40).alpha();
-    if (corner > 2 || below < 20 || below < above + 10) {
-        return QStringLiteral("alpha: corner %1, above %2, below %3")
-            .arg(corner)
-            .arg(above)
-            .arg(below);
-    }
-    return {};
+    return corner > 2 || below < 20 || below < above + 10
+               ? QString::asprintf("alpha: corner %d, above %d, below %d", corner, above, below)
+               : QString();
 }
 
 // The bounds of the pixels that differ between the two pictures.
