@@ -29,12 +29,6 @@ struct PanelFixture {
         panel = std::make_unique<FloatingPanel>(engine.get());
     }
 
-    ~PanelFixture()
-    {
-        panel.reset();
-        engine.reset();
-    }
-
     QQuickItem* item(const char* name) const
     {
         return panel->view()->findChild<QQuickItem*>(QLatin1String(name));

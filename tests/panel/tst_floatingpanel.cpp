@@ -81,7 +81,6 @@ private slots:
         const int ctrl = Qt::ControlModifier, shift = Qt::ShiftModifier, alt = Qt::AltModifier,
                   super = Qt::MetaModifier, keypad = Qt::KeypadModifier;
         row("Esc closes", "content", Qt::Key_Escape, 0, "", "esc+closed");
-        row("Esc with modifiers", "content", Qt::Key_Escape, shift, "", "esc+closed");
         row("Esc kept by the owner", "content+keep", Qt::Key_Escape, 0, "", "esc");
         row("Esc while editing", "field", Qt::Key_Escape, 0, "", "nothing");
         row("Ctrl+C", "content", Qt::Key_C, ctrl, "", "copy");
@@ -99,7 +98,6 @@ private slots:
         row("C alone", "content", Qt::Key_C, 0, "c", "nothing");
         row("Return", "content", Qt::Key_Return, 0, "\r", "enter");
         row("keypad Enter", "content", Qt::Key_Enter, keypad, "\r", "enter");
-        row("Shift+Return", "content", Qt::Key_Return, shift, "\r", "enter");
         row("Ctrl+Return", "content", Qt::Key_Return, ctrl, "", "enter");
         row("Return while editing", "field", Qt::Key_Return, 0, "\r", "nothing");
         row("3", "content", Qt::Key_3, 0, "3", "number 3");
@@ -113,8 +111,6 @@ private slots:
         row("Ctrl+3", "content", Qt::Key_3, ctrl, "3", "nothing");
         row("Super+3", "content", Qt::Key_3, super, "3", "nothing");
         row("3 while editing", "field", Qt::Key_3, 0, "3", "nothing");
-        row("a letter", "content", Qt::Key_A, 0, "a", "nothing");
-        row("a key without text", "content", Qt::Key_F5, 0, "", "nothing");
     }
     void routesKeys()
     {
@@ -215,10 +211,8 @@ private slots:
         const QRect area = f->panel->screen()->availableGeometry();
         const QRect panel = f->panel->inputRegion().boundingRect().translated(window.topLeft());
         QVERIFY(qAbs(panel.center().x() - area.center().x()) <= 1);
-        QVERIFY2(
-            qAbs(panel.top() + panel.height() / 2.0 - (area.y() + area.height() / 2.0 - 100)) <= 1,
-            qPrintable(
-                QStringLiteral("panel at %1, height %2").arg(panel.top()).arg(panel.height())));
+        QVERIFY(qAbs(panel.top() + panel.height() / 2.0 - (area.y() + area.height() / 2.0 - 100)) <=
+                1);
         QCOMPARE(f->panel->geometry(), window);
         // The card and its buttons sit in the middle of the shadow margin, which is cut short
         // above when the card is close to the top of the screen.
@@ -266,10 +260,7 @@ private slots:
         QCOMPARE(f->state->clipboardText().size(), copied.size());
         QCOMPARE(f->item("clipboardText")->property("text").toString(), shown);
         QQuickItem* moreLine = f->item("clipboardMore");
-        QCOMPARE(moreLine->isVisible(), !more.isEmpty());
-        if (!more.isEmpty()) {
-            QCOMPARE(moreLine->property("text").toString(), more);
-        }
+        QCOMPARE(moreLine->isVisible() ? moreLine->property("text").toString() : QString(), more);
     }
     void cutOffTextShowsItsScrollIndicator()
     {
@@ -302,8 +293,6 @@ private slots:
         QList<Prompt> prompts{Prompt::create(7, QStringLiteral("Seven"), QStringLiteral("s7")),
                               Prompt::create(2, QStringLiteral("Two"), QStringLiteral("s2"))};
         f->state->setPrompts(prompts);
-        QTest::qWait(300); // the strip's scroll animation
-
         QQuickItem* second = nullptr;
         for (QQuickItem* item : f->item("customPromptTag")->parentItem()->childItems()) {
             if (item->objectName() == u"promptChip" && item->property("badge").toString() == u"2") {
@@ -355,17 +344,12 @@ private slots:
             QTest::keyClick(f->panel.get(), Qt::Key_Return);
         }
         QVERIFY(m_events.isEmpty());
-        if (submitted.isEmpty()) {
-            QCOMPARE(spy.count(), 0);
-            QVERIFY(f->state->showCustomPromptInput());
-            QCOMPARE(f->state->customPromptText(), typed);
-        } else {
-            QCOMPARE(spy.count(), 1);
-            QCOMPARE(spy.at(0).at(0).toString(), submitted);
-            QVERIFY(!f->state->showCustomPromptInput());
-            QCOMPARE(f->state->customPromptText(), QString());
-            QVERIFY(!f->item("customField")->hasActiveFocus());
-        }
+        const bool blank = submitted.isEmpty();
+        QCOMPARE(QList<QVariantList>(spy),
+                 blank ? QList<QVariantList>() : QList<QVariantList>{{submitted}});
+        QCOMPARE(f->state->showCustomPromptInput(), blank);
+        QCOMPARE(f->state->customPromptText(), blank ? typed : QString());
+        QCOMPARE(f->item("customField")->hasActiveFocus(), blank);
     }
     void captionsDisappearAfterTenRuns()
     {
@@ -429,17 +413,10 @@ private slots:
         QMetaObject::invokeMethod(edit, "select", Q_ARG(int, 90000), Q_ARG(int, 91000));
         QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
         QCOMPARE(QGuiApplication::clipboard()->text(), expected.mid(90000, 1000));
+        QTest::keyClick(f->panel.get(), Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClick(f->panel.get(), Qt::Key_C, Qt::ControlModifier);
+        QCOMPARE(QGuiApplication::clipboard()->text(), expected);
         QVERIFY(m_events.isEmpty());
-
-        // An error replaces the whole answer; clearing empties it.
-        f->state->setResultText(QStringLiteral("Error: Invalid API URL."));
-        QCOMPARE(answerText(), QStringLiteral("Error: Invalid API URL."));
-        f->state->setResultText(QString());
-        QCOMPARE(answerText(), QString());
-        QCOMPARE(f->item("copyButton")->opacity(), 0.0);
-        f->state->appendResultText(QStringLiteral("again"));
-        QCOMPARE(f->item("copyButton")->opacity(), 1.0);
-        QTRY_COMPARE(answerText(), QStringLiteral("again"));
 
         // Copied right after the last fragment, the answer is whole.
         f->state->setResultText(QString());

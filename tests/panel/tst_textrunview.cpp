@@ -4,6 +4,7 @@
 
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -51,6 +52,40 @@ private slots:
         QKeyEvent press(QEvent::KeyPress, Qt::Key_Left, Qt::ControlModifier | Qt::ShiftModifier);
         QCoreApplication::sendEvent(&view, &press);
         QCOMPARE(view.selectedText(), u"t"_s);
+    }
+
+    // Shift+Down takes whole lines, across the runs of a long paragraph; a drag selects from the
+    // press to where the pointer is, into the next paragraph; a click takes the selection away.
+    void selectsLinesAndDragsAcrossRuns()
+    {
+        TextRunView view;
+        view.setWidth(400);
+        view.reset(u"A sentence of a long first paragraph that wraps. "_s.repeated(40) +
+                   u"\nA second paragraph."_s);
+        const QStringList lines = view.lines();
+        QVERIFY(lines.size() > 24);
+        view.select(0, 0);
+        for (int i = 0; i < 20; ++i) {
+            QKeyEvent press(QEvent::KeyPress, Qt::Key_Down, Qt::ShiftModifier);
+            QCoreApplication::sendEvent(&view, &press);
+        }
+        QCOMPARE(view.selectedText(), lines.mid(0, 20).join(QString()));
+
+        const auto mouse = [&view](QEvent::Type type, QPointF at, Qt::MouseButtons buttons) {
+            QMouseEvent event(type, at, at, Qt::LeftButton, buttons, {});
+            QCoreApplication::sendEvent(&view, &event);
+        };
+        const QPointF from(30, 5), to(60, view.implicitHeight() - 5);
+        const int start = view.positionAt(from.x(), from.y());
+        const int end = view.positionAt(to.x(), to.y());
+        QVERIFY(start > 0 && end > start + 40);
+        mouse(QEvent::MouseButtonPress, from, Qt::LeftButton);
+        mouse(QEvent::MouseMove, to, Qt::LeftButton);
+        mouse(QEvent::MouseButtonRelease, to, Qt::NoButton);
+        QCOMPARE(view.selectedText(), view.text().mid(start, end - start));
+        mouse(QEvent::MouseButtonPress, from, Qt::LeftButton);
+        mouse(QEvent::MouseMove, to, Qt::NoButton);
+        QCOMPARE(view.selectedText(), QString());
     }
 
     // A press above the text selects from its start, below it to its end.
