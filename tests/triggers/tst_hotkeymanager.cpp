@@ -113,22 +113,6 @@ private slots:
         QCOMPARE(m_keyboard.takeKeyPresses().count(m_keyboard.keycode(XKB_KEY_c)), 2);
     }
 
-    // Ctrl with another modifier is another shortcut; it, or another key, between two copies
-    // clears the first.
-    void otherKeysFireNothing()
-    {
-        m_manager->startDoubleCopyMonitor();
-        copy({XKB_KEY_Control_L, XKB_KEY_Shift_L});
-        copy({XKB_KEY_Control_L, XKB_KEY_Shift_L});
-        copy();
-        copy({XKB_KEY_Control_L, XKB_KEY_Alt_L});
-        copy();
-        m_keyboard.tap(XKB_KEY_v);
-        copy();
-        settle();
-        QCOMPARE(m_calls, 0);
-    }
-
     void hotkeyFiresOncePerPress_data()
     {
         QTest::addColumn<bool>("numLock");
