@@ -70,29 +70,6 @@ private slots:
         QCOMPARE(event.fragment, fragment);
         QCOMPARE(event.fragment.isNull(), fragment.isNull());
     }
-
-    // The reader stops at the end marker, even one cut across pieces, and takes an unfinished
-    // last line at the end.
-    void reader()
-    {
-        QStringList fragments;
-        const auto collect = [&fragments](const QString& text) { fragments.append(text); };
-        SseEventReader reader;
-        QVERIFY(reader.feed("data: {\"choices\":[{\"delta\":{\"content\":\"a\"}}]}\n\ndata: [DO",
-                            collect));
-        QVERIFY(
-            !reader.feed("NE]\ndata: {\"choices\":[{\"delta\":{\"content\":\"b\"}}]}\n", collect));
-        QVERIFY(reader.isDone());
-        QVERIFY(!reader.feed("data: {\"choices\":[{\"delta\":{\"content\":\"c\"}}]}\n", collect));
-        reader.finish(collect);
-        QCOMPARE(fragments, QStringList{u"a"_s});
-
-        SseEventReader tail;
-        tail.feed("data: {\"choices\":[{\"delta\":{\"content\":\"tail\"}}]}", collect);
-        QCOMPARE(fragments.size(), 1);
-        tail.finish(collect);
-        QCOMPARE(fragments.last(), u"tail"_s);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestSseEvent)

@@ -57,23 +57,6 @@ private slots:
         QCOMPARE(splitPieces(pieces), expected);
     }
 
-    // Wherever the network cuts the stream, the lines are the same.
-    void anyCutGivesTheSameLines()
-    {
-        const QByteArray stream =
-            "data: {\"a\":\"\xc3\xa9\"}\r\n\r\ndata: x\rdata: y\n\n: comment\r\ndata: [DONE]\r\n";
-        const Lines whole = splitPieces({stream});
-        QCOMPARE(whole.size(), 7);
-        for (qsizetype cut = 0; cut <= stream.size(); ++cut) {
-            for (qsizetype second = cut; second <= stream.size(); ++second) {
-                const Lines lines = splitPieces(
-                    {stream.left(cut), stream.mid(cut, second - cut), stream.mid(second)});
-                QVERIFY2(lines == whole,
-                         qPrintable(QStringLiteral("cuts %1 %2").arg(cut).arg(second)));
-            }
-        }
-    }
-
     void stopsWhenAsked()
     {
         SseLineSplitter splitter;

@@ -275,7 +275,6 @@ void ChatServer::readFrom(Connection* connection)
     request.body = connection->received.mid(bodyStart, contentLength);
     connection->answering = true;
     m_requests.append(request);
-    emit requestReceived();
 
     ChatResponse response;
     if (m_models && request.method == "GET" && request.path == "/v1/models") {
@@ -373,5 +372,4 @@ void ChatServer::finish(Connection* connection)
     }
     }
     ++m_completed;
-    emit responseCompleted();
 }

@@ -94,10 +94,6 @@ public:
     /// How many responses have been written to their scripted end.
     int completedResponses() const { return m_completed; }
 
-signals:
-    void requestReceived();
-    void responseCompleted();
-
 private:
     struct Connection;
     void accept();

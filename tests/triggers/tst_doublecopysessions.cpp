@@ -6,15 +6,13 @@
 #include "RaveloProcess.h"
 #include "X11ClipboardSource.h"
 #include "model/PreferenceStore.h"
+#include "platform/x11/X11Helpers.h"
 
 #include <QGuiApplication>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
 
-#include <xcb/xcb.h>
-
-#include <cstdlib>
 #include <memory>
 
 using namespace std::chrono_literals;
@@ -41,37 +39,37 @@ struct FocusedWindow {
 
 FocusedWindow focusedWindow()
 {
-    FocusedWindow result;
-    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    using ravelo::XcbReply;
+    const ravelo::XcbConnection connection(xcb_connect(nullptr, nullptr));
+    xcb_connection_t* c = connection.get();
     const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    result.screen = QSize(screen->width_in_pixels, screen->height_in_pixels);
-    const auto own = [](auto* reply) {
-        return std::unique_ptr<std::remove_pointer_t<decltype(reply)>, decltype(&std::free)>(
-            reply, &std::free);
-    };
-    auto focus = own(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+    FocusedWindow result{{}, {}, QSize(screen->width_in_pixels, screen->height_in_pixels)};
+    const XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
     // Up to the window that carries WM_CLASS.
     for (xcb_window_t window = focus ? focus->focus : XCB_NONE;
          window != XCB_NONE && window != screen->root;) {
-        auto wmClass = own(xcb_get_property_reply(
+        const XcbReply<xcb_get_property_reply_t> wmClass(xcb_get_property_reply(
             c, xcb_get_property(c, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 64), nullptr));
         if (wmClass && xcb_get_property_value_length(wmClass.get()) > 0) {
             result.wmClass =
                 QByteArray(static_cast<const char*>(xcb_get_property_value(wmClass.get())),
                            xcb_get_property_value_length(wmClass.get()));
-            auto geometry = own(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
-            auto origin = own(xcb_translate_coordinates_reply(
-                c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr));
+            const XcbReply<xcb_get_geometry_reply_t> geometry(
+                xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+            const XcbReply<xcb_translate_coordinates_reply_t> origin(
+                xcb_translate_coordinates_reply(
+                    c, xcb_translate_coordinates(c, window, screen->root, 0, 0), nullptr));
             if (geometry && origin) {
                 result.geometry =
                     QRect(origin->dst_x, origin->dst_y, geometry->width, geometry->height);
             }
             break;
         }
-        auto tree = own(xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr));
+        const XcbReply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr));
         window = tree ? tree->parent : XCB_NONE;
     }
-    xcb_disconnect(c);
     return result;
 }
 

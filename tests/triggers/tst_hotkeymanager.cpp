@@ -5,6 +5,7 @@
 #include "triggers/HotkeyManager.h"
 
 #include <QGuiApplication>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -13,15 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QStringList warnings;
-
-void collectWarnings(QtMsgType type, const QMessageLogContext&, const QString& message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg) {
-        warnings.append(message);
-    }
-}
 
 constexpr quint32 keyK = 40;
 constexpr quint32 ctrlShift = KeyMap::commandMask | KeyMap::shiftMask;
@@ -80,7 +72,6 @@ private slots:
     void init()
     {
         m_calls = 0;
-        warnings.clear();
         m_manager = std::make_unique<HotkeyManager>();
         m_manager->onTrigger = [this] { ++m_calls; };
         m_keyboard.takeKeyPresses();
@@ -88,39 +79,31 @@ private slots:
 
     void cleanup()
     {
-        qInstallMessageHandler(nullptr);
         m_manager.reset();
         setLocks(false, false);
     }
 
     void doubleCopyFiresOnce_data()
     {
-        QTest::addColumn<quint32>("ctrl");
-        QTest::addColumn<bool>("locks");
         QTest::addColumn<bool>("ctrlHeld");
-        QTest::newRow("left Ctrl") << quint32(XKB_KEY_Control_L) << false << false;
-        QTest::newRow("right Ctrl") << quint32(XKB_KEY_Control_R) << false << false;
-        QTest::newRow("locks on") << quint32(XKB_KEY_Control_L) << true << false;
-        QTest::newRow("Ctrl held across both") << quint32(XKB_KEY_Control_L) << false << true;
+        QTest::newRow("Ctrl pressed for each copy") << false;
+        QTest::newRow("Ctrl held across both") << true;
     }
 
     void doubleCopyFiresOnce()
     {
-        QFETCH(quint32, ctrl);
-        QFETCH(bool, locks);
         QFETCH(bool, ctrlHeld);
-        setLocks(locks, locks);
         m_manager->startDoubleCopyMonitor();
         QVERIFY(m_manager->isDoubleCopyMonitorActive());
         QSignalSpy triggered(m_manager.get(), &HotkeyManager::triggered);
         if (ctrlHeld) {
-            m_keyboard.press(m_keyboard.keycode(ctrl));
+            m_keyboard.press(m_keyboard.keycode(XKB_KEY_Control_L));
             copy({});
             copy({});
-            m_keyboard.release(m_keyboard.keycode(ctrl));
+            m_keyboard.release(m_keyboard.keycode(XKB_KEY_Control_L));
         } else {
-            copy({ctrl});
-            copy({ctrl});
+            copy();
+            copy();
         }
         QVERIFY(triggered.wait());
         settle();
@@ -128,22 +111,6 @@ private slots:
         QCOMPARE(m_calls, 1);
         // Nothing was taken from the focused application: it saw both presses of C.
         QCOMPARE(m_keyboard.takeKeyPresses().count(m_keyboard.keycode(XKB_KEY_c)), 2);
-    }
-
-    // Ctrl with another modifier is another shortcut; it, or another key, between two copies
-    // clears the first.
-    void otherKeysFireNothing()
-    {
-        m_manager->startDoubleCopyMonitor();
-        copy({XKB_KEY_Control_L, XKB_KEY_Shift_L});
-        copy({XKB_KEY_Control_L, XKB_KEY_Shift_L});
-        copy();
-        copy({XKB_KEY_Control_L, XKB_KEY_Alt_L});
-        copy();
-        m_keyboard.tap(XKB_KEY_v);
-        copy();
-        settle();
-        QCOMPARE(m_calls, 0);
     }
 
     void hotkeyFiresOncePerPress_data()
@@ -194,7 +161,7 @@ private slots:
     {
         const xcb_keycode_t k = m_keyboard.keycode(XKB_KEY_k);
         QCOMPARE(m_keyboard.grabKey(k, x11CtrlShift), quint8(0));
-        qInstallMessageHandler(collectWarnings);
+        QTest::failOnWarning(QRegularExpression(u"."_s));
         m_manager->startDoubleCopyMonitor();
         m_manager->registerHotkey(keyK, ctrlShift);
         QVERIFY(!m_manager->isHotkeyRegistered());
@@ -204,7 +171,6 @@ private slots:
         copy();
         settle();
         QCOMPARE(m_calls, 1);
-        QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join(u'\n')));
         m_keyboard.ungrabKey(k, x11CtrlShift);
 
         // The partial grabs were given back: once the other client lets go, a new
@@ -248,16 +214,6 @@ private slots:
         const xcb_keycode_t k = m_keyboard.keycode(XKB_KEY_k);
         QCOMPARE(m_keyboard.grabKey(k, x11CtrlShift), quint8(0));
         m_keyboard.ungrabKey(k, x11CtrlShift);
-        m_keyboard.sync();
-
-        // Re-armed with another hotkey, the way the owner does after a preference change,
-        // only that one fires.
-        m_manager->registerHotkey(49, KeyMap::optionMask);
-        QVERIFY(m_manager->isHotkeyRegistered());
-        pressHotkey();
-        m_keyboard.tap(XKB_KEY_space, {XKB_KEY_Alt_L});
-        settle();
-        QCOMPARE(m_calls, 2);
     }
 
     void promptHotkeysFireBesideTheTrigger()
