@@ -76,9 +76,7 @@ private slots:
     {
         QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
         m_secrets.useInThisProcess();
-        QVERIFY(m_secrets.store(QString::fromLatin1(PreferenceStore::keyringService),
-                                QString::fromLatin1(Preferences::apiKey.name),
-                                QStringLiteral("sk-in-keyring")));
+        QVERIFY(m_secrets.storeApiKey(QStringLiteral("sk-in-keyring")));
         ChatServer server;
         server.enqueue(ChatResponse::events({R"({"choices":[{"delta":{"content":"Hi"}}]})"}));
         m_preferences->setString(Preferences::baseUrl, server.baseUrl());

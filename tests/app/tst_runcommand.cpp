@@ -254,13 +254,11 @@ private slots:
             m_secrets = std::make_unique<SecretService>();
             QVERIFY2(m_secrets->start(), qPrintable(m_secrets->error()));
         }
-        const QString service = QString::fromLatin1(PreferenceStore::keyringService);
-        const QString name = QString::fromLatin1(Preferences::apiKey.name);
-        m_secrets->clear(service, name);
+        m_secrets->clearApiKey();
         if (!keyInFile) {
             QFile::remove(preferencesPath());
             preferences()->setString(Preferences::baseUrl, m_server->baseUrl());
-            QVERIFY(m_secrets->store(service, name, QStringLiteral("sk-in-keyring")));
+            QVERIFY(m_secrets->storeApiKey(QStringLiteral("sk-in-keyring")));
         }
         m_server->enqueue(says("Hi"));
         QProcessEnvironment env = m_secrets->environment();
@@ -275,7 +273,7 @@ private slots:
                  "Bearer " + sentKey.toUtf8());
         QCOMPARE(preferencesText().contains(Preferences::apiKey.name), !bus);
         if (bus) {
-            QCOMPARE(m_secrets->lookup(service, name), sentKey);
+            QCOMPARE(m_secrets->apiKey(), sentKey);
         }
     }
 

@@ -20,10 +20,7 @@ class TestPreferenceStoreKeyring : public QObject {
     QTemporaryDir m_dir;
     QString m_path;
     int m_case = 0;
-    const QString service = QString::fromLatin1(PreferenceStore::keyringService);
-    const QString keyName = QString::fromLatin1(Preferences::apiKey.name);
-
-    std::optional<QString> inKeyring() const { return m_secrets.lookup(service, keyName); }
+    std::optional<QString> inKeyring() const { return m_secrets.apiKey(); }
 
     QByteArray fileText() const
     {
@@ -50,7 +47,7 @@ private slots:
     void init()
     {
         m_path = m_dir.filePath(u"case%1/Ravelo.conf"_s.arg(++m_case));
-        m_secrets.clear(service, keyName);
+        m_secrets.clearApiKey();
     }
 
     void keyInFileMovesToKeyring_data()
@@ -65,7 +62,7 @@ private slots:
     {
         QFETCH(QString, keyringBefore);
         if (!keyringBefore.isEmpty()) {
-            QVERIFY(m_secrets.store(service, keyName, keyringBefore));
+            QVERIFY(m_secrets.storeApiKey(keyringBefore));
         }
         PreferenceStore(m_path).setString(Preferences::apiKey, u"sk-from-file"_s);
         QVERIFY(fileText().contains("sk-from-file"));
@@ -84,7 +81,7 @@ private slots:
     // The controller re-arms the triggers at every write: the keyring's answer is none.
     void keyringAnswerIsNoWrite()
     {
-        QVERIFY(m_secrets.store(service, keyName, u"sk-kept"_s));
+        QVERIFY(m_secrets.storeApiKey(u"sk-kept"_s));
         PreferenceStore store(m_path);
         QSignalSpy changed(&store, &PreferenceStore::changed);
         QSignalSpy storage(&store, &PreferenceStore::apiKeyStorageChanged);
@@ -119,7 +116,7 @@ private slots:
 
     void keyTypedBeforeTheKeyringAnswersWins()
     {
-        QVERIFY(m_secrets.store(service, keyName, u"sk-stored"_s));
+        QVERIFY(m_secrets.storeApiKey(u"sk-stored"_s));
         {
             PreferenceStore store(m_path);
             store.useKeyring();
@@ -134,7 +131,7 @@ private slots:
 
     void clearedKeyLeavesKeyring()
     {
-        QVERIFY(m_secrets.store(service, keyName, u"sk-gone"_s));
+        QVERIFY(m_secrets.storeApiKey(u"sk-gone"_s));
         auto store = keyringStore();
         QSignalSpy stored(store.get(), &PreferenceStore::apiKeyStoredInKeyring);
         store->setString(Preferences::apiKey, QString());

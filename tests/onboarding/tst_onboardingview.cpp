@@ -141,9 +141,7 @@ private slots:
     {
         QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
         m_secrets.useInThisProcess();
-        const QString service = QString::fromLatin1(PreferenceStore::keyringService);
-        const QString key = QString::fromLatin1(Preferences::apiKey.name);
-        QVERIFY(m_secrets.store(service, key, u"sk-ring"_s));
+        QVERIFY(m_secrets.storeApiKey(u"sk-ring"_s));
 
         QmlHarness harness(m_path);
         harness.store.setKeyringWriteDelay(std::chrono::hours(1));
@@ -161,7 +159,7 @@ private slots:
         QSignalSpy stored(&harness.store, &PreferenceStore::apiKeyStoredInKeyring);
         flow->finish();
         QVERIFY(stored.wait());
-        QCOMPARE(m_secrets.lookup(service, key), u"sk-ring-2"_s);
+        QCOMPARE(m_secrets.apiKey(), u"sk-ring-2"_s);
     }
     void anotherServerIsChosenAndItsModelsListed()
     {

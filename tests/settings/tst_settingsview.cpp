@@ -100,9 +100,7 @@ void TestSettingsView::keyTypedLandsInTheKeyring()
 {
     QVERIFY2(m_secrets.start(), qPrintable(m_secrets.error()));
     m_secrets.useInThisProcess();
-    const QString service = QString::fromLatin1(PreferenceStore::keyringService);
-    const QString key = QString::fromLatin1(Preferences::apiKey.name);
-    QVERIFY(m_secrets.store(service, key, u"sk-stored"_s));
+    QVERIFY(m_secrets.storeApiKey(u"sk-stored"_s));
 
     // The tab opens before the keyring has answered, and shows the key once it has.
     QmlHarness harness(m_path);
@@ -123,7 +121,7 @@ void TestSettingsView::keyTypedLandsInTheKeyring()
     QTest::keyClick(view.get(), Qt::Key_Tab);
     QVERIFY(stored.wait());
     QCOMPARE(stored.size(), 1);
-    QCOMPARE(m_secrets.lookup(service, key), u"sk-stored-new"_s);
+    QCOMPARE(m_secrets.apiKey(), u"sk-stored-new"_s);
 }
 
 // A fresh store opens on "General" with an empty key and GPT-4o Mini; the key is stored as

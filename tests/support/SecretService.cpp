@@ -1,5 +1,7 @@
 #include "SecretService.h"
 
+#include "model/PreferenceStore.h"
+
 #include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
@@ -10,9 +12,12 @@ namespace {
 
 const QString secretServiceName = QStringLiteral("org.freedesktop.secrets");
 
-QStringList attributes(const QString& service, const QString& key)
+const QString service = QString::fromLatin1(PreferenceStore::keyringService);
+
+QStringList attributes()
 {
-    return {QStringLiteral("user"), key, QStringLiteral("server"), service};
+    return {QStringLiteral("user"), QString::fromLatin1(Preferences::apiKey.name),
+            QStringLiteral("server"), service};
 }
 
 } // namespace
@@ -114,22 +119,21 @@ QString SecretService::secretTool(const QStringList& arguments, const QByteArray
     return QString::fromUtf8(tool.readAllStandardOutput());
 }
 
-std::optional<QString> SecretService::lookup(const QString& service, const QString& key) const
+std::optional<QString> SecretService::apiKey() const
 {
     bool ok = false;
     const QString secret =
-        secretTool(QStringList{QStringLiteral("lookup")} + attributes(service, key), {}, &ok);
+        secretTool(QStringList{QStringLiteral("lookup")} + attributes(), {}, &ok);
     return ok ? std::optional<QString>(secret) : std::nullopt;
 }
 
-bool SecretService::store(const QString& service, const QString& key, const QString& secret) const
+bool SecretService::storeApiKey(const QString& secret) const
 {
     bool ok = false;
     // With QtKeychain's schema, so that its writes replace this entry rather than add one.
     secretTool(QStringList{QStringLiteral("store"), QStringLiteral("--label=") + service,
                            QStringLiteral("xdg:schema"), QStringLiteral("org.qt.keychain")} +
-                   attributes(service, key) +
-                   QStringList{QStringLiteral("type"), QStringLiteral("plaintext")},
+                   attributes() + QStringList{QStringLiteral("type"), QStringLiteral("plaintext")},
                secret.toUtf8(), &ok);
     return ok;
 }
@@ -140,9 +144,9 @@ void SecretService::stopKeyring()
     m_keyring.waitForFinished();
 }
 
-bool SecretService::clear(const QString& service, const QString& key) const
+bool SecretService::clearApiKey() const
 {
     bool ok = false;
-    secretTool(QStringList{QStringLiteral("clear")} + attributes(service, key), {}, &ok);
+    secretTool(QStringList{QStringLiteral("clear")} + attributes(), {}, &ok);
     return ok;
 }

@@ -28,12 +28,11 @@ public:
     /// The environment of a process that is to use this Secret Service.
     QProcessEnvironment environment() const;
 
-    /// The secret QtKeychain keeps for `key` of `service`, read with secret-tool; none when
-    /// there is no such entry.
-    std::optional<QString> lookup(const QString& service, const QString& key) const;
-    /// Stores a secret where QtKeychain looks for it.
-    bool store(const QString& service, const QString& key, const QString& secret) const;
-    bool clear(const QString& service, const QString& key) const;
+    /// Ravelo's API key in this keyring, read with secret-tool; none when there is no entry.
+    std::optional<QString> apiKey() const;
+    /// Stores Ravelo's API key where QtKeychain looks for it.
+    bool storeApiKey(const QString& secret) const;
+    bool clearApiKey() const;
     /// The Secret Service ends; the bus stays.
     void stopKeyring();
 
