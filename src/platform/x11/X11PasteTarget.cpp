@@ -276,7 +276,13 @@ void X11PasteTarget::handleEvent(const xcb_generic_event_t* event)
 
 void X11PasteTarget::advance()
 {
-    if (!m_pasting || !focusIsOnTarget()) {
+    if (!m_pasting) {
+        return;
+    }
+    if (!focusIsOnTarget()) {
+        // A focus event that came in while the replies above were awaited is queued inside
+        // xcb already, and the socket notifier will not wake for it.
+        QMetaObject::invokeMethod(this, &X11PasteTarget::readEvents, Qt::QueuedConnection);
         return;
     }
     // The V of the user's Ctrl+V may still be down: typed now, it would reach the window as a
