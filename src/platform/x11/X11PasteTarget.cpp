@@ -2,6 +2,7 @@
 
 #include "platform/x11/X11Helpers.h"
 
+#include <QAbstractEventDispatcher>
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QSocketNotifier>
@@ -60,7 +61,13 @@ X11PasteTarget::X11PasteTarget(ravelo::XcbConnection connection, int screenNumbe
 
     m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(m_connection.get()),
                                                    QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, &X11PasteTarget::readEvents);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this,
+            [this] { readEvents(xcb_poll_for_event); });
+    // A reply read the events that came with it into xcb's queue, where the socket notifier no
+    // longer sees them (a focus event while the focus was asked for): they are looked for there
+    // whenever the event loop is about to wait.
+    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this,
+            [this] { readEvents(xcb_poll_for_queued_event); });
     m_deadline.setSingleShot(true);
     m_deadline.setInterval(focusLimitMs);
     connect(&m_deadline, &QTimer::timeout, this, [this] {
@@ -253,10 +260,10 @@ xcb_keycode_t X11PasteTarget::keycodeOfV()
     return evdevKeycodeV;
 }
 
-void X11PasteTarget::readEvents()
+void X11PasteTarget::readEvents(xcb_generic_event_t* (*next)(xcb_connection_t*))
 {
     bool focusChanged = false;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection.get())) {
+    while (xcb_generic_event_t* event = next(m_connection.get())) {
         focusChanged |= (event->response_type & 0x7f) == XCB_FOCUS_IN;
         handleEvent(event);
         std::free(event);
@@ -276,13 +283,7 @@ void X11PasteTarget::handleEvent(const xcb_generic_event_t* event)
 
 void X11PasteTarget::advance()
 {
-    if (!m_pasting) {
-        return;
-    }
-    if (!focusIsOnTarget()) {
-        // A focus event that came in while the replies above were awaited is queued inside
-        // xcb already, and the socket notifier will not wake for it.
-        QMetaObject::invokeMethod(this, &X11PasteTarget::readEvents, Qt::QueuedConnection);
+    if (!m_pasting || !focusIsOnTarget()) {
         return;
     }
     // The V of the user's Ctrl+V may still be down: typed now, it would reach the window as a

@@ -48,7 +48,7 @@ private:
                          std::vector<xcb_keycode_t>& control);
     xcb_keycode_t keycodeOfV();
     void activateTarget();
-    void readEvents();
+    void readEvents(xcb_generic_event_t* (*next)(xcb_connection_t*));
     void handleEvent(const xcb_generic_event_t* event);
     void advance();
     void typePaste(const std::vector<xcb_keycode_t>& control, bool controlHeld);
