@@ -163,19 +163,34 @@ X11FocusParking::X11FocusParking(xcb_connection_t* connection, xcb_window_t root
 
 X11FocusParking::~X11FocusParking()
 {
-    if (m_parked) {
-        const XcbReply<xcb_get_input_focus_reply_t> focus(
-            xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
-        if (focus && focus->focus == m_window) {
-            // A window no longer viewable is refused with BadMatch, which the check swallows;
-            // the focus then falls back to the root window with this one gone.
-            xcbErrorCode(m_connection,
-                         xcb_set_input_focus_checked(m_connection, XCB_INPUT_FOCUS_PARENT, m_from,
-                                                     XCB_CURRENT_TIME));
-        }
-    }
+    // A window no longer viewable is refused with BadMatch, which the check swallows; the
+    // focus then falls back to the root window with this one gone.
+    moveOn(m_from, XCB_CURRENT_TIME);
     xcb_destroy_window(m_connection, m_window);
     xcb_flush(m_connection);
+}
+
+void X11FocusParking::handTo(xcb_window_t window, xcb_timestamp_t time)
+{
+    if (moveOn(window, time)) {
+        m_parked = false;
+    }
+}
+
+bool X11FocusParking::moveOn(xcb_window_t window, xcb_timestamp_t time)
+{
+    if (!m_parked) {
+        return false;
+    }
+    const XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    if (!focus || focus->focus != m_window) {
+        // Gone elsewhere meanwhile.
+        m_parked = false;
+        return false;
+    }
+    return xcbErrorCode(m_connection, xcb_set_input_focus_checked(
+                                          m_connection, XCB_INPUT_FOCUS_PARENT, window, time)) == 0;
 }
 
 } // namespace ravelo

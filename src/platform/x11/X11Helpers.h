@@ -94,8 +94,13 @@ public:
     X11FocusParking& operator=(const X11FocusParking&) = delete;
 
     bool isParked() const { return m_parked; }
+    /// Moves the focus on to `window` if it is still here; nothing goes back when this goes.
+    /// A window not yet viewable is refused, and the focus stays.
+    void handTo(xcb_window_t window, xcb_timestamp_t time);
 
 private:
+    bool moveOn(xcb_window_t window, xcb_timestamp_t time);
+
     xcb_connection_t* m_connection;
     xcb_window_t m_window;
     xcb_window_t m_from;

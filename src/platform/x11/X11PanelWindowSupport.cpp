@@ -154,6 +154,12 @@ void X11PanelWindowSupport::activate(QWindow* window)
     readEventsSoon();
     const xcb_timestamp_t time =
         m_clock.now([this](const xcb_generic_event_t* event) { handleEvent(event); });
+    if (m_focusParking && window->isExposed()) {
+        // The focus taken from another of Ravelo's windows is Ravelo's to give. A window
+        // manager asked to focus the panel may use a time older than the move to the parking
+        // window, which the server ignores.
+        m_focusParking->handTo(id, time);
+    }
     if (ravelo::requestActivation(m_connection.get(), m_root, id, time)) {
         xcb_flush(m_connection.get());
     } else {
