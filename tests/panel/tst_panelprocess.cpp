@@ -79,6 +79,16 @@ bool glDriverLoaded(const QProcess* process)
     return mapped.contains("libGLX_") || mapped.contains("_dri.so");
 }
 
+// The window with the X input focus, whether or not the window manager knows it.
+xcb_window_t focusedWindow()
+{
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("getwindowfocus"), QStringLiteral("-f")});
+    xdotool.waitForFinished(5000);
+    return xcb_window_t(xdotool.readAllStandardOutput().trimmed().toULong());
+}
+
 bool trigger()
 {
     return runRavelo({QStringLiteral("trigger")}).exitCode == 0;
@@ -102,6 +112,22 @@ private:
             environment.insert(variable, value);
         }
         QVERIFY2(m_app.start({}, environment), m_app.log().constData());
+    }
+    /// The focused window when it is one of Ravelo's, else none.
+    xcb_window_t ownActiveWindow()
+    {
+        const auto xdotool = [](const QStringList& arguments) {
+            QProcess process;
+            process.start(QStringLiteral("xdotool"), arguments);
+            process.waitForFinished(5000);
+            return process.readAllStandardOutput().trimmed();
+        };
+        const QByteArray window = xdotool({QStringLiteral("getactivewindow")});
+        const QByteArray pid =
+            xdotool({QStringLiteral("getwindowpid"), QString::fromLatin1(window)});
+        return !window.isEmpty() && pid.toLongLong() == m_app.process()->processId()
+                   ? xcb_window_t(window.toULong())
+                   : XCB_NONE;
     }
     void enqueueAnswer()
     {
@@ -181,23 +207,62 @@ private slots:
         QVERIFY2(!m_app.readLog().contains("ravelo.panel:"), m_app.log().right(500).constData());
     }
 
-    // The user copies in another application and types the digit at once, while the window
-    // manager is still mapping and focusing the panel: the digit runs the prompt and never
-    // reaches the other application.
+    void aDigitTypedAtOnceReachesThePanel_data()
+    {
+        QTest::addColumn<QString>("focused");
+        QTest::addColumn<bool>("windowManagerBusy");
+        QTest::addColumn<int>("rounds");
+        QTest::newRow("another application") << QStringLiteral("other") << false << 20;
+        // The window manager stopped until the digit has run the prompt: the panel is shown
+        // but cannot be mapped or focused, and the digit always comes while the panel only
+        // holds the keyboard.
+        QTest::newRow("another application, window manager busy")
+            << QStringLiteral("other") << true << 3;
+        QTest::newRow("Ravelo's preferences, window manager busy")
+            << QStringLiteral("preferences") << true << 3;
+        QTest::newRow("the walkthrough, window manager busy")
+            << QStringLiteral("walkthrough") << true << 3;
+    }
+
+    // The user copies and types the digit at once, while the window manager is still mapping
+    // and focusing the panel: the digit runs the prompt and never reaches the window that had
+    // the focus, be it another application's or one of Ravelo's own.
     void aDigitTypedAtOnceReachesThePanel()
     {
-        startApp();
+        QFETCH(QString, focused);
+        QFETCH(bool, windowManagerBusy);
+        QFETCH(int, rounds);
+        PreferenceStore(m_preferencesPath)
+            .setBoolean(Preferences::hasCompletedOnboarding, focused != u"walkthrough");
+        const auto pastWalkthrough = qScopeGuard([this] {
+            PreferenceStore(m_preferencesPath)
+                .setBoolean(Preferences::hasCompletedOnboarding, true);
+        });
+        startApp(QStringLiteral("QT_LOGGING_RULES"),
+                 QStringLiteral("ravelo.app.debug=true;ravelo.panel.debug=true"));
         XTestKeyboard other;
-        const xcb_window_t window = other.createFocusedWindow();
         QVERIFY(DesktopSession::copyInOtherApplication(QStringLiteral("Some copied text")));
+        xcb_window_t window = XCB_NONE;
+        if (focused == u"other") {
+            window = other.createFocusedWindow();
+        } else {
+            if (focused == u"preferences") {
+                QCOMPARE(runRavelo({QStringLiteral("preferences")}).exitCode, 0);
+            }
+            QTRY_VERIFY_WITH_TIMEOUT((window = ownActiveWindow()) != XCB_NONE, 10000);
+        }
         const qsizetype requested = m_app.readLog().count("Panel requested for");
-        for (int round = 1; round <= 20; ++round) {
+        for (int round = 1; round <= rounds; ++round) {
             QTRY_VERIFY_WITH_TIMEOUT(
                 DesktopSession::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
                                          QString::number(window)}),
                 5000);
             other.takeKeyPresses();
             const qsizetype before = m_server.requests().size();
+            if (windowManagerBusy) {
+                QVERIFY(m_desktop.pauseWindowManager(true));
+            }
+            const auto resume = qScopeGuard([this] { m_desktop.pauseWindowManager(false); });
             QVERIFY(trigger());
             // Typed as soon as Ravelo has taken the trigger, not once the panel has the focus.
             QTRY_VERIFY_WITH_TIMEOUT(
@@ -210,6 +275,15 @@ private slots:
                                .arg(QString::fromUtf8(m_app.readLog().right(300)))),
                 10000);
             QCOMPARE(other.takeKeyPresses(), QList<xcb_keycode_t>());
+            if (windowManagerBusy && round == rounds) {
+                // Closed before the window manager got round to the panel: the keyboard is
+                // back with the window that had it.
+                QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
+                QTRY_COMPARE(focusedWindow(), window);
+                break;
+            }
+            QVERIFY(m_desktop.pauseWindowManager(false));
+            QTRY_VERIFY_WITH_TIMEOUT(card().isValid(), 10000);
             QVERIFY(DesktopSession::key(QStringLiteral("Escape")));
             QTRY_VERIFY_WITH_TIMEOUT(!card().isValid(), 10000);
         }

@@ -9,6 +9,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <csignal>
 
 DesktopSession::~DesktopSession()
 {
@@ -43,6 +44,12 @@ bool DesktopSession::startWindowManager()
                                                      "grep -q 'window id'")}) == 0;
         },
         10000);
+}
+
+bool DesktopSession::pauseWindowManager(bool paused)
+{
+    return m_windowManager.state() == QProcess::Running &&
+           ::kill(pid_t(m_windowManager.processId()), paused ? SIGSTOP : SIGCONT) == 0;
 }
 
 namespace {

@@ -19,6 +19,9 @@ public:
 
     /// Starts openbox and waits until it manages the screen; false when a tool is missing.
     bool startWindowManager();
+    /// Stops the window manager where it is (SIGSTOP), as if it were too busy to map or
+    /// focus anything, or lets it go on; false when none runs.
+    bool pauseWindowManager(bool paused);
 
     /// Starts a tray (trayer, an XEmbed system tray) and waits for its windows; false when
     /// trayer is missing or shows none. Once is enough.

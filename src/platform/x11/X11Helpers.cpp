@@ -144,6 +144,55 @@ X11ServerClock::now(const std::function<void(const xcb_generic_event_t*)>& other
     return time;
 }
 
+X11FocusParking::X11FocusParking(xcb_connection_t* connection, xcb_window_t root, xcb_window_t from)
+    : m_connection(connection)
+    , m_window(xcb_generate_id(connection))
+    , m_from(from)
+{
+    // Override-redirect: mapped at once, and window managers leave it alone.
+    const uint32_t overrideRedirect = 1;
+    xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_window, root, -1, -1, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_OVERRIDE_REDIRECT,
+                      &overrideRedirect);
+    xcb_map_window(m_connection, m_window);
+    // Done once this returns: keys typed from now on no longer go to `from`.
+    m_parked =
+        xcbErrorCode(m_connection, xcb_set_input_focus_checked(m_connection, XCB_INPUT_FOCUS_PARENT,
+                                                               m_window, XCB_CURRENT_TIME)) == 0;
+}
+
+X11FocusParking::~X11FocusParking()
+{
+    // A window no longer viewable is refused with BadMatch, which the check swallows; the
+    // focus then falls back to the root window with this one gone.
+    moveOn(m_from, XCB_CURRENT_TIME);
+    xcb_destroy_window(m_connection, m_window);
+    xcb_flush(m_connection);
+}
+
+void X11FocusParking::handTo(xcb_window_t window, xcb_timestamp_t time)
+{
+    if (moveOn(window, time)) {
+        m_parked = false;
+    }
+}
+
+bool X11FocusParking::moveOn(xcb_window_t window, xcb_timestamp_t time)
+{
+    if (!m_parked) {
+        return false;
+    }
+    const XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    if (!focus || focus->focus != m_window) {
+        // Gone elsewhere meanwhile.
+        m_parked = false;
+        return false;
+    }
+    return xcbErrorCode(m_connection, xcb_set_input_focus_checked(
+                                          m_connection, XCB_INPUT_FOCUS_PARENT, window, time)) == 0;
+}
+
 } // namespace ravelo
 
 X11KeyGrabs::~X11KeyGrabs()

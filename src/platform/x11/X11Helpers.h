@@ -81,6 +81,32 @@ private:
     xcb_window_t m_window;
 };
 
+/// The keyboard focus taken from a window with an ordinary focus change, which its toolkit
+/// sees as the focus leaving it, and kept on an input-only window of this connection, out of
+/// sight and never managed. When this goes, the focus returns to that window unless it has
+/// moved on meanwhile. The connection must outlive it.
+class X11FocusParking {
+public:
+    /// Takes the focus from `from`; see `isParked` for whether the server let it.
+    X11FocusParking(xcb_connection_t* connection, xcb_window_t root, xcb_window_t from);
+    ~X11FocusParking();
+    X11FocusParking(const X11FocusParking&) = delete;
+    X11FocusParking& operator=(const X11FocusParking&) = delete;
+
+    bool isParked() const { return m_parked; }
+    /// Moves the focus on to `window` if it is still here; nothing goes back when this goes.
+    /// A window not yet viewable is refused, and the focus stays.
+    void handTo(xcb_window_t window, xcb_timestamp_t time);
+
+private:
+    bool moveOn(xcb_window_t window, xcb_timestamp_t time);
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_window;
+    xcb_window_t m_from;
+    bool m_parked = false;
+};
+
 } // namespace ravelo
 
 /// Passive key grabs on one window, taken all together or not at all, and given back when

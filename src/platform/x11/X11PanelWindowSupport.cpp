@@ -14,6 +14,7 @@
 #include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -153,6 +154,12 @@ void X11PanelWindowSupport::activate(QWindow* window)
     readEventsSoon();
     const xcb_timestamp_t time =
         m_clock.now([this](const xcb_generic_event_t* event) { handleEvent(event); });
+    if (m_focusParking && window->isExposed()) {
+        // The focus taken from another of Ravelo's windows is Ravelo's to give. A window
+        // manager asked to focus the panel may use a time older than the move to the parking
+        // window, which the server ignores.
+        m_focusParking->handTo(id, time);
+    }
     if (ravelo::requestActivation(m_connection.get(), m_root, id, time)) {
         xcb_flush(m_connection.get());
     } else {
@@ -239,6 +246,7 @@ void X11PanelWindowSupport::grabKeyboard()
         m_keyboardGrabbed = true;
         m_grabRetry.stop();
         qCDebug(lcPanelX11) << "keyboard held for the panel";
+        takeFocusFromOwnWindow();
         return;
     }
     // Typically the hotkey's own grab, which ends when its key is released.
@@ -248,11 +256,46 @@ void X11PanelWindowSupport::grabKeyboard()
     }
 }
 
+void X11PanelWindowSupport::takeFocusFromOwnWindow()
+{
+    // Qt hands every key to the window it last saw take the focus, whichever window the key
+    // event names, and it does not count the grab as the focus leaving: while another of
+    // Ravelo's windows (the preferences, the walkthrough) has the focus, the keys held for
+    // the panel would go there. Moving the focus away in the ordinary way tells Qt; the keys
+    // then come on the root window, and the filter below hands them to the panel.
+    readEventsSoon();
+    const ravelo::XcbReply<xcb_get_input_focus_reply_t> focus(xcb_get_input_focus_reply(
+        m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
+    if (!focus) {
+        return;
+    }
+    const QWindowList windows = QGuiApplication::allWindows();
+    const bool own = std::any_of(windows.cbegin(), windows.cend(), [&](const QWindow* window) {
+        return window != m_keyboardWindow && window->handle() &&
+               static_cast<xcb_window_t>(window->winId()) == focus->focus;
+    });
+    if (!own) {
+        return;
+    }
+    m_focusParking =
+        std::make_unique<ravelo::X11FocusParking>(m_connection.get(), m_root, focus->focus);
+    if (m_focusParking->isParked()) {
+        qCDebug(lcPanelX11) << "focus taken from one of Ravelo's windows";
+    } else {
+        qCDebug(lcPanelX11) << "the focus stays with one of Ravelo's windows: refused";
+    }
+}
+
 void X11PanelWindowSupport::releaseKeyboard()
 {
     m_keyboardWanted = false;
     m_grabRetry.stop();
     m_holdLimit.stop();
+    if (m_focusParking) {
+        // Back to the window it was taken from, unless the panel or another window has it now.
+        readEventsSoon();
+        m_focusParking.reset();
+    }
     if (m_keyboardGrabbed) {
         m_keyboardGrabbed = false;
         xcb_ungrab_keyboard(m_qtConnection, XCB_CURRENT_TIME);

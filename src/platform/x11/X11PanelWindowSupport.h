@@ -47,6 +47,7 @@ private:
     void readEventsSoon();
     void handleEvent(const xcb_generic_event_t* event);
     void grabKeyboard();
+    void takeFocusFromOwnWindow();
 
     ravelo::XcbConnection m_connection;
     xcb_connection_t* m_qtConnection;
@@ -62,4 +63,5 @@ private:
     bool m_keyboardGrabbed = false;
     QTimer m_grabRetry;
     QTimer m_holdLimit;
+    std::unique_ptr<ravelo::X11FocusParking> m_focusParking;
 };
