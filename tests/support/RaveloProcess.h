@@ -30,7 +30,7 @@ RaveloResult runRavelo(const QStringList& arguments,
 /// LC_MESSAGES removed, since they take precedence).
 QProcessEnvironment environmentWithLanguage(const QString& lang);
 
-/// The Qt libraries that processes started with `tracingLibraries(folder)` mapped, as their
+/// The Qt libraries that processes started with `environment()` mapped, as their
 /// dynamic loader wrote them into `folder`: "Qt6Core", "Qt6Network", …
 class LibraryTrace {
 public:
