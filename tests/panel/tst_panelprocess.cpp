@@ -79,14 +79,19 @@ bool glDriverLoaded(const QProcess* process)
     return mapped.contains("libGLX_") || mapped.contains("_dri.so");
 }
 
+QByteArray xdotoolSays(const QStringList& arguments)
+{
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"), arguments);
+    xdotool.waitForFinished(5000);
+    return xdotool.readAllStandardOutput().trimmed();
+}
+
 // The window with the X input focus, whether or not the window manager knows it.
 xcb_window_t focusedWindow()
 {
-    QProcess xdotool;
-    xdotool.start(QStringLiteral("xdotool"),
-                  {QStringLiteral("getwindowfocus"), QStringLiteral("-f")});
-    xdotool.waitForFinished(5000);
-    return xcb_window_t(xdotool.readAllStandardOutput().trimmed().toULong());
+    return xcb_window_t(
+        xdotoolSays({QStringLiteral("getwindowfocus"), QStringLiteral("-f")}).toULong());
 }
 
 bool trigger()
@@ -116,15 +121,9 @@ private:
     /// The focused window when it is one of Ravelo's, else none.
     xcb_window_t ownActiveWindow()
     {
-        const auto xdotool = [](const QStringList& arguments) {
-            QProcess process;
-            process.start(QStringLiteral("xdotool"), arguments);
-            process.waitForFinished(5000);
-            return process.readAllStandardOutput().trimmed();
-        };
-        const QByteArray window = xdotool({QStringLiteral("getactivewindow")});
+        const QByteArray window = xdotoolSays({QStringLiteral("getactivewindow")});
         const QByteArray pid =
-            xdotool({QStringLiteral("getwindowpid"), QString::fromLatin1(window)});
+            xdotoolSays({QStringLiteral("getwindowpid"), QString::fromLatin1(window)});
         return !window.isEmpty() && pid.toLongLong() == m_app.process()->processId()
                    ? xcb_window_t(window.toULong())
                    : XCB_NONE;
