@@ -65,10 +65,7 @@ private:
 /// The id of the focused window, or with `getwindowname` its title.
 QString activeWindow(const QStringList& then = {})
 {
-    QProcess xdotool;
-    xdotool.start(QStringLiteral("xdotool"), QStringList{QStringLiteral("getactivewindow")} + then);
-    xdotool.waitForFinished();
-    return QString::fromLatin1(xdotool.readAllStandardOutput().trimmed());
+    return DesktopSession::xdotoolSays(QStringList{QStringLiteral("getactivewindow")} + then);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "DesktopSession.h"
 #include "RaveloProcess.h"
 #include "app/SingleInstance.h"
 
@@ -49,11 +50,9 @@ private slots:
     // The X window with this exact title, as `xprop -id` takes it; empty while there is none.
     static QString windowNamed(const QString& title)
     {
-        QProcess search;
-        search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"),
-                                                 QLatin1Char('^') + title + QLatin1Char('$')});
-        search.waitForFinished();
-        return QString::fromLatin1(search.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0);
+        return DesktopSession::xdotoolSays({QStringLiteral("search"), QStringLiteral("--name"),
+                                            QLatin1Char('^') + title + QLatin1Char('$')})
+            .section(QLatin1Char('\n'), 0, 0);
     }
 
     void commandsWithoutInstance()

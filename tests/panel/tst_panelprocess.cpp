@@ -79,19 +79,12 @@ bool glDriverLoaded(const QProcess* process)
     return mapped.contains("libGLX_") || mapped.contains("_dri.so");
 }
 
-QByteArray xdotoolSays(const QStringList& arguments)
-{
-    QProcess xdotool;
-    xdotool.start(QStringLiteral("xdotool"), arguments);
-    xdotool.waitForFinished(5000);
-    return xdotool.readAllStandardOutput().trimmed();
-}
-
 // The window with the X input focus, whether or not the window manager knows it.
 xcb_window_t focusedWindow()
 {
     return xcb_window_t(
-        xdotoolSays({QStringLiteral("getwindowfocus"), QStringLiteral("-f")}).toULong());
+        DesktopSession::xdotoolSays({QStringLiteral("getwindowfocus"), QStringLiteral("-f")})
+            .toULong());
 }
 
 bool trigger()
@@ -121,9 +114,8 @@ private:
     /// The focused window when it is one of Ravelo's, else none.
     xcb_window_t ownActiveWindow()
     {
-        const QByteArray window = xdotoolSays({QStringLiteral("getactivewindow")});
-        const QByteArray pid =
-            xdotoolSays({QStringLiteral("getwindowpid"), QString::fromLatin1(window)});
+        const QString window = DesktopSession::xdotoolSays({QStringLiteral("getactivewindow")});
+        const QString pid = DesktopSession::xdotoolSays({QStringLiteral("getwindowpid"), window});
         return !window.isEmpty() && pid.toLongLong() == m_app.process()->processId()
                    ? xcb_window_t(window.toULong())
                    : XCB_NONE;

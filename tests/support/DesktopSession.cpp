@@ -88,7 +88,7 @@ bool DesktopSession::startTray()
 
 QStringList DesktopSession::trayWindows()
 {
-    return run(QStringLiteral("xdotool"),
+    return xdotoolSays(
                {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")})
         .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
@@ -143,6 +143,11 @@ QString DesktopSession::pasteInOtherApplication()
 bool DesktopSession::xdotool(const QStringList& arguments)
 {
     return QProcess::execute(QStringLiteral("xdotool"), arguments) == 0;
+}
+
+QString DesktopSession::xdotoolSays(const QStringList& arguments)
+{
+    return run(QStringLiteral("xdotool"), arguments).trimmed();
 }
 
 bool DesktopSession::key(const QString& keys)

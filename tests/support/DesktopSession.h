@@ -38,6 +38,8 @@ public:
 
     /// `xdotool ARGS...`; true when it succeeded.
     static bool xdotool(const QStringList& arguments);
+    /// What `xdotool ARGS...` prints, trimmed; empty when it fails or finds nothing.
+    static QString xdotoolSays(const QStringList& arguments);
     static bool key(const QString& keys);
     static bool type(const QString& text);
     /// A real click in the middle of the item.
